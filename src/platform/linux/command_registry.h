@@ -1,0 +1,43 @@
+// All commands that were registered, by their paths.
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/linux/command.h"
+
+namespace host_linux {
+
+class CommandRegistry {
+ public:
+  struct Entry {
+    Command command;
+    std::string file;  // where it is defined
+  };
+  /// By path. Those of one namespace stand together.
+  using Commands = std::map<std::vector<std::string>, Entry>;
+
+  /// Registers what the "*.json" files of a directory define, in the order of their names; as in a
+  /// shell, "*" stands for no name that begins with a dot. A bad file is logged at level 3 and
+  /// skipped. Of two definitions of one command the later one counts, which is logged at level 5.
+  /// Throws std::exception, which names the directory, and registers nothing when that cannot be
+  /// read.
+  void addDirectory(const std::string& directory);
+
+  /// Null when there is no such command.
+  const Command* find(const std::vector<std::string>& path) const;
+
+  const Commands& commands() const { return commands_; }
+  /// Each namespace that a file describes, with or without commands.
+  const std::set<std::vector<std::string>>& nameSpaces() const { return nameSpaces_; }
+
+ private:
+  void addFile(int directory, const std::string& name, const std::string& path);
+
+  Commands commands_;
+  std::set<std::vector<std::string>> nameSpaces_;
+};
+
+}  // namespace host_linux
