@@ -1,0 +1,35 @@
+// A whole graph: the plugins of a run, with the barriers that they named.
+#pragma once
+
+#include <iosfwd>
+#include <vector>
+
+#include "graph/node.h"
+
+namespace bootforge {
+
+class Executor;
+
+/// The nodes that a run is asked for, in list order; it does not own them. Barriers take part
+/// because the nodes are linked to them.
+class Graph {
+ public:
+  explicit Graph(std::vector<Node*> nodes) : nodes_(std::move(nodes)) {}
+
+  const std::vector<Node*>& nodes() const { return nodes_; }
+
+  /// Runs every node after all of its prerequisites and returns when the last one is done. No node
+  /// starts before all of them have been scheduled, so the first choice is made among all that are
+  /// ready. Blocks for ever when the graph has a cycle.
+  void runForward(Executor& executor) const EXCLUDES(graphLock);
+  /// Runs every node after all of its dependents. As runForward().
+  void runReverse(Executor& executor) const EXCLUDES(graphLock);
+
+  /// Writes the graph and every barrier of the process in Graphviz's dot language.
+  void writeDot(std::ostream& out) const;
+
+ private:
+  std::vector<Node*> nodes_;
+};
+
+}  // namespace bootforge

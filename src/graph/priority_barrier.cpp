@@ -1,0 +1,69 @@
+#include "graph/priority_barrier.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "graph/barrier_registry.h"
+// Looks up, because a new level between others takes over the scripts, and only those, that wait
+// for the level above it: a script is recognised by being a plugin.
+#include "plugins/plugin.h"
+
+namespace bootforge {
+namespace {
+
+// The priorities of all levels, ascending.
+std::vector<std::uint32_t>& levels() REQUIRES(graphLock) {
+  static auto* const priorities = new std::vector<std::uint32_t>;
+  return *priorities;
+}
+
+// The barrier of a level that stands in the list; each is registered, so it is always found.
+InitBarrier& barrierOf(std::uint32_t priority) {
+  return *lookupBarrier(priorityBarrierName(priority), false);
+}
+
+}  // namespace
+
+PriorityBarrier::PriorityBarrier(std::uint32_t priority)
+    : InitBarrier(priorityBarrierName(priority)), priority_(priority) {
+  ScopedLock lock(graphLock);
+  auto& list = levels();
+  const auto place = list.insert(std::lower_bound(list.begin(), list.end(), priority), priority);
+  if (place != list.begin()) addPrerequisite(barrierOf(*std::prev(place)));
+  if (std::next(place) != list.end()) {
+    InitBarrier& higher = barrierOf(*std::next(place));
+    // A copy, because linking the barrier itself appends to its list.
+    const List waiting = higher.prerequisites();
+    for (Node* node : waiting) {
+      if (dynamic_cast<Plugin*>(node) != nullptr) addDependent(*node);
+    }
+    addDependent(higher);
+  }
+  registerBarrier(*this, name());
+}
+
+std::string priorityBarrierName(std::uint32_t priority) {
+  return "_<->_priority_<->_" + std::to_string(priority);
+}
+
+PriorityBarrier& priorityBarrierFor(std::uint32_t priority) {
+  ScopedLock lock(graphLock);
+  InitBarrier* const known = lookupBarrier(priorityBarrierName(priority), false);
+  if (auto* const barrier = dynamic_cast<PriorityBarrier*>(known)) return *barrier;
+  return *new PriorityBarrier(priority);
+}
+
+void attachToPriority(PriorityBarrier& barrier, Node& script) {
+  ScopedLock lock(graphLock);
+  const auto& list = levels();
+  auto index = static_cast<std::size_t>(barrier.levelIndex_);
+  if (index >= list.size() || list[index] != barrier.priority_) {
+    index = static_cast<std::size_t>(std::lower_bound(list.begin(), list.end(), barrier.priority_) -
+                                     list.begin());
+    barrier.levelIndex_ = static_cast<std::int32_t>(index);
+  }
+  if (index > 0) barrierOf(list[index - 1]).addDependent(script);
+  barrier.addPrerequisite(script);
+}
+
+}  // namespace bootforge
