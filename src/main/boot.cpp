@@ -1,0 +1,247 @@
+#include "main/boot.h"
+
+#include <sys/sysinfo.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <boost/filesystem/directory.hpp>
+#include <boost/filesystem/operations.hpp>
+#include <cerrno>
+#include <csignal>
+#include <fstream>
+#include <iostream>
+#include <optional>
+
+#include "catalogue/discovery.h"
+#include "catalogue/init_scripts.h"
+#include "catalogue/run_once_record.h"
+#include "cli/hypcli_executor.h"
+#include "graph/executor.h"
+#include "graph/graph.h"
+#include "main/closing_steps.h"
+#include "main/command_line.h"
+#include "main/exec_routine.h"
+#include "main/logging.h"
+#include "main/profiling_log.h"
+#include "main/run_options.h"
+#include "platform/host_kernel.h"
+#include "platform/hvkctl.h"
+#include "platform/log.h"
+#include "plugins/debug_configuration.h"
+#include "plugins/debug_plugin.h"
+#include "plugins/legacy_daemon_plugin.h"
+#include "util/standard_streams.h"
+#include "util/system_error.h"
+
+namespace bootforge {
+namespace {
+
+constexpr const char* kStatelessMarker = "/stateless.tgz";
+
+/// One run of the program. Each step is a member function, in the order in which run() takes them.
+class Boot {
+ public:
+  Boot(CommandLine commandLine, const timeval& start, std::uint64_t kernelMicroseconds)
+      : commandLine_(std::move(commandLine)) {
+    profile_.start = start;
+    profile_.kernelMicroseconds = kernelMicroseconds;
+  }
+
+  int run() {
+    if (commandLine_.init) startSystemDaemons();
+    if (!commandLine_.daemon && !startCliExecutor()) return 1;
+    options_.pluginDirectory =
+        boost::filesystem::system_complete(commandLine_.pluginDirectory).string();
+    leaveSession();
+    try {
+      commandLine_.daemon ? gatherDaemons() : gatherPlugins();
+      profile_.plugins = &plugins_;
+      runGraph();
+    } catch (const std::exception& error) {
+      giveUpRun(error.what());
+    } catch (...) {
+      giveUpRun("unknown exception");
+    }
+    gettimeofday(&profile_.end, nullptr);
+    writeProfile();
+    if (commandLine_.init) reloadSyslogDaemon();
+    if (!commandLine_.daemon && !endBoot()) status_ = 1;
+    return status_;
+  }
+
+ private:
+  void startSystemDaemons() {
+    // What they return is theirs: a boot without a log daemon is still a boot.
+    runAndWait("/usr/lib/nimbus/hvsyslog/bin/hvsyslogd", {});
+    runAndWait("/etc/init.d/evtd", {"start"});
+  }
+
+  bool startCliExecutor() {
+    Log_Level(5, "Launching Executor\n");
+    try {
+      HypcliExecutor::instance().start();
+      return true;
+    } catch (const std::exception& error) {
+      Log_Level(3, "Failed to start executor %s\n", error.what());
+    } catch (...) {
+      Log_Level(3, "Failed to start executor\n");
+    }
+    return false;
+  }
+
+  void leaveSession() {
+    if (::chdir("/") != 0) {
+      Log_Level(5, "unable to change filesystem root: %s.\n", systemErrorText(errno).c_str());
+    }
+    if (::setsid() == -1) {
+      Log_Level(5, "unable to create session: %s.\n", systemErrorText(errno).c_str());
+    }
+  }
+
+  void gatherPlugins() {
+    if (options_.invoke) loadRunOnceRecord(commandLine_.runOnce);
+    if (commandLine_.plugins.empty()) {
+      const std::list<DebugEntry> injections = loadDebugEntries();
+      for (const auto& entry : boost::filesystem::directory_iterator(options_.pluginDirectory)) {
+        discover(entry.path().filename().string());
+      }
+      for (const DebugEntry& entry : injections) plugins_.push_back(makeDebugPlugin(entry));
+    } else {
+      for (const std::string& name : commandLine_.plugins) discover(name);
+    }
+  }
+
+  /// The init scripts, but for those of the daemons that an init run starts itself.
+  void gatherDaemons() {
+    const std::set<std::string> excluded{"hvsyslogd", "evtd"};
+    for (const auto& [priority, script] : enumerateInitScripts()) {
+      const std::string name = boost::filesystem::path(script).filename().string();
+      if (excluded.contains(name)) continue;
+      try {
+        plugins_.push_back(std::make_unique<LegacyDaemonPlugin>(name, script, priority));
+      } catch (const std::exception& error) {
+        Log_Level(3, "Failed to create init.d daemon plugin: %s because: %s\n", script.c_str(),
+                  error.what());
+      } catch (...) {
+        Log_Level(3, "Failed to create init.d daemon plugin: %s\n", script.c_str());
+      }
+    }
+  }
+
+  /// What is left after the run is done all the same.
+  void giveUpRun(const char* reason) {
+    Log_Level(2, "unhandled exception whilst enumerating plugins.\nDetails:\n %s \n\n", reason);
+    status_ = 1;
+  }
+
+  void discover(const std::string& fileName) {
+    discoverPlugin(fileName, plugins_, commandLine_.bootFlags, commandLine_.runOnce, options_);
+  }
+
+  void runGraph() {
+    std::vector<Node*> nodes;
+    nodes.reserve(plugins_.size());
+    for (const auto& plugin : plugins_) nodes.push_back(plugin.get());
+    const Graph graph(std::move(nodes));
+    chooseThreadCount();
+    if (commandLine_.dump) {
+      dumpGraph(graph);
+      return;
+    }
+    Executor executor(static_cast<std::int32_t>(options_.threadCount), options_.randomize);
+    if (commandLine_.daemon) {
+      commandLine_.stop ? graph.runReverse(executor) : graph.runForward(executor);
+      return;
+    }
+    HvkCtl::System::KernelProgressScreenImpl screen;
+    screen.ProgressText("Activating Bootforge Plugins");
+    screen.StatusText("");
+    graph.runForward(executor);
+    saveRunOnceRecord(commandLine_.runOnce);
+  }
+
+  void chooseThreadCount() {
+    if (::access(kStatelessMarker, F_OK) == 0) {
+      options_.parallel = false;
+      return;
+    }
+    if (!options_.parallel) return;
+    std::uint32_t processors = 1;
+    if (const int error = HvkSyscall_ProcessorCount(&processors); error != 0) {
+      Log_Level(3, "unable to obtain the processor count: %s.\n", systemErrorText(error).c_str());
+    }
+    options_.threadCount = std::min(static_cast<std::uint32_t>(plugins_.size()), 2 * processors);
+  }
+
+  void dumpGraph(const Graph& graph) {
+    std::ofstream file;
+    if (!commandLine_.dumpPath.empty()) file.open(commandLine_.dumpPath);
+    std::ostream& out = commandLine_.dumpPath.empty() ? std::cout : file;
+    if (out) graph.writeDot(out);
+    if (out) return;
+    const int error = errno;
+    const std::string target =
+        commandLine_.dumpPath.empty() ? "standard output" : commandLine_.dumpPath;
+    Log_Level(2, "unable to write dependency tree (%s): %s.\n", target.c_str(),
+              systemErrorText(error).c_str());
+    status_ = 1;
+  }
+
+  void writeProfile() {
+    if (commandLine_.daemon) {
+      appendDaemonProfile(profile_);
+    } else if (!options_.invoke) {
+      writeBootProfile(profile_);
+    }
+  }
+
+  RunOptions& options_ = RunOptions::instance();
+  CommandLine commandLine_;
+  Profile profile_;
+  PluginList plugins_;
+  int status_ = 0;
+};
+
+std::uint64_t kernelUptimeMicroseconds() {
+  struct sysinfo information {};
+  if (sysinfo(&information) != 0) return 0;
+  return static_cast<std::uint64_t>(information.uptime) * 1'000'000;
+}
+
+int runWithOptions(int argc, char** argv, char** environment) {
+  RunOptions& options = RunOptions::instance();
+  options.environment = environment;
+  timeval start{};
+  gettimeofday(&start, nullptr);
+  const std::uint64_t uptime = kernelUptimeMicroseconds();
+  initialiseLogging("bootforge");
+
+  std::optional<CommandLine> commandLine = parseCommandLine(argc, argv);
+  if (!commandLine) return 1;
+  if (commandLine->help) {
+    printUsage();
+    return 0;
+  }
+  if (!validate(*commandLine)) return 1;
+  return Boot(std::move(*commandLine), start, uptime).run();
+}
+
+}  // namespace
+
+int runProgram(int argc, char** argv, char** environment) {
+  openMissingStandardStreams();
+  std::signal(SIGPIPE, SIG_IGN);
+  // Where it is inherited as ignored, the kernel reaps our children and no exit status can be had.
+  std::signal(SIGCHLD, SIG_DFL);
+  try {
+    return runWithOptions(argc, argv, environment);
+  } catch (const std::exception& error) {
+    Log_Level(3, "Failed to initialize bootforge: %s\n", error.what());
+  } catch (...) {
+    Log_Level(3, "Failed to initialize bootforge\n");
+  }
+  return 1;
+}
+
+}  // namespace bootforge
