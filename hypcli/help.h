@@ -1,0 +1,18 @@
+// What hypcli tells about itself and about the commands that there are. All of it goes to standard
+// output.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/linux/command_registry.h"
+
+namespace hypcli {
+
+void printUsage();
+
+/// Describes what the words name: a command with its parameters, a namespace with its commands, or,
+/// for no words, all namespaces. False, and nothing printed, when they name nothing.
+bool describe(const host_linux::CommandRegistry& registry, const std::vector<std::string>& path);
+
+}  // namespace hypcli

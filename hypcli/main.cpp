@@ -1,0 +1,108 @@
+// hypcli: the host's management commands at a shell.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "hypcli/help.h"
+#include "platform/linux/command_line.h"
+#include "platform/linux/command_registry.h"
+#include "platform/linux/command_runner.h"
+#include "platform/log.h"
+
+namespace {
+
+using host_linux::BoundCommand;
+using host_linux::CommandLine;
+using host_linux::CommandRegistry;
+
+enum ExitStatus { kDone = 0, kFailed = 1, kUsage = 2 };
+
+/// In the order in which the boot registers them.
+constexpr const char* kDirectories[] = {
+    "/usr/lib/nimbus/hypcli",
+    "/usr/lib/nimbus/hypcli/int",
+    "/usr/lib/nimbus/hypcli/int/ext",
+    "/usr/lib/nimbus/hypcli/ext",
+};
+
+/// A descriptor opened later must not become a standard stream.
+void openMissingStreams() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (fcntl(fd, F_GETFD) == -1) open("/dev/null", O_RDWR);
+  }
+}
+
+void readCommands(CommandRegistry* registry) {
+  for (const char* directory : kDirectories) {
+    if (access(directory, F_OK) != 0) continue;  // no host needs to have all of them
+    try {
+      registry->addDirectory(directory);
+    } catch (const std::exception& error) {
+      Warning("%s\n", error.what());
+    }
+  }
+}
+
+int fail(ExitStatus status, const std::vector<std::string>& errors) {
+  for (const std::string& error : errors) {
+    std::fprintf(stderr, "%s%s\n", status == kUsage ? "hypcli: " : "", error.c_str());
+  }
+  if (status == kUsage) std::fputs("Try 'hypcli --help' for more information.\n", stderr);
+  return status;
+}
+
+int runLine(const CommandRegistry& registry, const CommandLine& line) {
+  if (!line.errors.empty()) return fail(kUsage, line.errors);
+  BoundCommand bound = host_linux::bindCommand(registry, line.path, line.parameters);
+  if (!bound.errors.empty()) return fail(kUsage, bound.errors);
+  std::vector<std::string> errors = host_linux::runCommand(bound.words);
+  return errors.empty() ? kDone : fail(kFailed, errors);
+}
+
+/// "--help" is the last word and asks for a description, unless the command itself takes it.
+bool takeHelpWord(const CommandRegistry& registry, std::vector<std::string>* words) {
+  if (words->empty() || words->back() != "--help") return false;
+  const host_linux::Command* command = registry.find(host_linux::parseWords(*words).path);
+  if (command && host_linux::findParameter(command->parameters, "help")) return false;
+  words->pop_back();
+  return true;
+}
+
+int answer(std::vector<std::string> words) {
+  if (!words.empty() && (words[0] == "--help" || words[0] == "-h")) {
+    hypcli::printUsage();
+    return kDone;
+  }
+  if (!words.empty() && words[0] == "--version") {
+    std::puts("hypcli " BOOTFORGE_VERSION);
+    return kDone;
+  }
+  CommandRegistry registry;
+  readCommands(&registry);
+  bool wantsHelp = takeHelpWord(registry, &words);
+  CommandLine line = host_linux::parseWords(words);
+  // The words of a namespace alone ask what there is in it.
+  bool isRun = registry.find(line.path) || !line.parameters.empty();
+  if (!wantsHelp && isRun) return runLine(registry, line);
+  if (hypcli::describe(registry, line.path)) return kDone;
+  return fail(kUsage, {"unknown command '" + host_linux::joinWords(line.path) + "'"});
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  openMissingStreams();
+  // Warnings about bad command files belong on standard error, beside our own.
+  Log_SetStderrLevel(0, 3);
+  int status = answer({argv + std::min(argc, 1), argv + argc});
+  if (std::fflush(stdout) != 0 && status == kDone) {
+    std::perror("hypcli: standard output");
+    return kFailed;
+  }
+  return status;
+}
