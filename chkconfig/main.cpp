@@ -1,0 +1,166 @@
+// Init scripts and their start priorities, for hosts without such a tool.
+//
+//   chkconfig -p                   one line, PATH PRIORITY, for each script that has a priority
+//   chkconfig --add-launchers      a launcher link for each of them
+//   chkconfig --remove-launchers   no launcher links
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <boost/filesystem/directory.hpp>
+#include <boost/filesystem/operations.hpp>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = boost::filesystem;
+
+constexpr const char* kScripts = "/etc/init.d";
+constexpr const char* kLauncher = "/usr/lib/nimbus/bootforge/launch";
+constexpr const char* kLauncherLinks = "/usr/lib/nimbus/bootforge/init.d";
+constexpr const char* kRunLevels[] = {"/etc/rc3.d", "/etc/rc2.d"};
+
+struct Script {
+  std::string name;
+  int priority;
+};
+
+std::optional<int> number(const std::string& text) {
+  int value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, value);
+  if (error != std::errc() || rest != end) return std::nullopt;
+  return value;
+}
+
+/// The START of a line "# chkconfig: LEVELS START STOP" among the script's comments.
+std::optional<int> priorityInHeader(const std::string& path) {
+  std::ifstream file(path);
+  for (std::string line; std::getline(file, line);) {
+    if (!line.starts_with('#')) continue;
+    std::istringstream words(line.substr(1));
+    std::string key;
+    std::string levels;
+    std::string start;
+    std::string stop;
+    if (words >> key >> levels >> start >> stop && key == "chkconfig:" && number(stop)) {
+      return number(start);
+    }
+  }
+  return std::nullopt;
+}
+
+/// The NN of a link SNN<name> in a run level.
+std::optional<int> priorityInRunLevel(const std::string& name, const char* level) {
+  boost::system::error_code error;
+  for (const auto& entry : fs::directory_iterator(level, error)) {
+    const std::string link = entry.path().filename().string();
+    if (!link.starts_with('S') || link.size() <= name.size() + 1 || !link.ends_with(name)) continue;
+    const auto value = number(link.substr(1, link.size() - name.size() - 1));
+    if (value) return value;
+  }
+  return std::nullopt;
+}
+
+std::optional<int> priorityOf(const std::string& name, const std::string& path) {
+  if (const auto priority = priorityInHeader(path)) return priority;
+  for (const char* level : kRunLevels) {
+    if (const auto priority = priorityInRunLevel(name, level)) return priority;
+  }
+  return std::nullopt;
+}
+
+/// Every script that has a priority, by name. Throws fs::filesystem_error.
+std::vector<Script> listScripts() {
+  std::vector<Script> scripts;
+  for (const auto& entry : fs::directory_iterator(kScripts)) {
+    const std::string path = entry.path().string();
+    const std::string name = entry.path().filename().string();
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        (status.st_mode & (S_IXUSR | S_IXGRP | S_IXOTH)) == 0) {
+      continue;
+    }
+    if (name.find_first_of(" \t\n\v\f\r") != std::string::npos) {
+      std::fprintf(stderr, "chkconfig: %s: a name with white space cannot be listed\n",
+                   path.c_str());
+      continue;
+    }
+    if (const auto priority = priorityOf(name, path)) scripts.push_back({name, *priority});
+  }
+  std::sort(scripts.begin(), scripts.end(),
+            [](const Script& one, const Script& other) { return one.name < other.name; });
+  return scripts;
+}
+
+std::string linkOf(const std::string& name) { return std::string(kLauncherLinks) + '/' + name; }
+
+bool isLauncherLink(const fs::path& link) {
+  boost::system::error_code error;
+  return fs::read_symlink(link, error) == kLauncher && !error;
+}
+
+int print() {
+  for (const Script& script : listScripts()) {
+    const std::string link = linkOf(script.name);
+    const std::string path =
+        isLauncherLink(link) ? link : std::string(kScripts) + '/' + script.name;
+    std::printf("%s %d\n", path.c_str(), script.priority);
+  }
+  if (std::fflush(stdout) == 0) return 0;
+  std::fprintf(stderr, "chkconfig: standard output: %s\n", std::strerror(errno));
+  return 1;
+}
+
+int addLaunchers() {
+  int result = 0;
+  fs::create_directories(kLauncherLinks);
+  for (const Script& script : listScripts()) {
+    const std::string link = linkOf(script.name);
+    if (isLauncherLink(link)) continue;
+    boost::system::error_code error;
+    fs::create_symlink(kLauncher, link, error);
+    if (!error) continue;
+    std::fprintf(stderr, "chkconfig: %s: %s\n", link.c_str(), error.message().c_str());
+    result = 1;
+  }
+  return result;
+}
+
+int removeLaunchers() {
+  boost::system::error_code error;
+  std::vector<fs::path> links;
+  for (const auto& entry : fs::directory_iterator(kLauncherLinks, error)) {
+    if (isLauncherLink(entry.path())) links.push_back(entry.path());
+  }
+  for (const fs::path& link : links) fs::remove(link);
+  // Whatever else somebody keeps there keeps the folder.
+  ::rmdir(kLauncherLinks);
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::string option = argc == 2 ? argv[1] : "";
+  try {
+    if (option == "-p") return print();
+    if (option == "--add-launchers") return addLaunchers();
+    if (option == "--remove-launchers") return removeLaunchers();
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "chkconfig: %s\n", error.what());
+    return 1;
+  }
+  std::fputs("usage: chkconfig -p | --add-launchers | --remove-launchers\n", stderr);
+  return 2;
+}

@@ -1,0 +1,96 @@
+// Stands between bootforge and an ordinary init script, which expects its word first and knows
+// nothing of groups. Called through a link named after the script:
+//
+//     /usr/lib/nimbus/bootforge/init.d/NAME ++group=GROUP WORDS...
+//
+// It moves itself into the control group GROUP below /sys/fs/cgroup/bootforge (cgroups(7), version
+// 2) and becomes "/etc/init.d/NAME WORDS..." in the same process. Without a writable control group
+// it goes on without one. A group or a name that cannot be: one line on standard error and status
+// 127.
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+constexpr int kNotStarted = 127;
+constexpr const char* kControlGroups = "/sys/fs/cgroup";
+constexpr const char* kGroupWord = "++group=";
+
+int refuse(const char* subject, const char* reason) {
+  const auto part = [](const char* text) {
+    return iovec{const_cast<char*>(text), std::strlen(text)};
+  };
+  const iovec line[] = {part("launch: "), part(subject), part(": "), part(reason), part("\n")};
+  // Nobody is left to tell when this fails.
+  [[maybe_unused]] const ssize_t written = ::writev(STDERR_FILENO, line, 5);
+  return kNotStarted;
+}
+
+/// No component is empty, "." or "..": the group stays below its place.
+bool isGoodGroup(const char* group) {
+  for (const char* component = group;; ++component) {
+    const std::size_t length = std::strcspn(component, "/");
+    const bool isDots = std::strspn(component, ".") == length && length <= 2;
+    if (length == 0 || isDots) return false;
+    component += length;
+    if (*component == '\0') return true;
+  }
+}
+
+/// Joins the group, making what is missing of it. Every failure means: no control groups for us.
+void joinGroup(char* group) {
+  struct statfs system {};
+  if (::statfs(kControlGroups, &system) != 0 || system.f_type != CGROUP2_SUPER_MAGIC) return;
+  int folder = ::open(kControlGroups, O_PATH | O_DIRECTORY | O_CLOEXEC);
+  char top[] = "bootforge";
+  char* rest = group;
+  for (char* component = top; component != nullptr && folder >= 0;) {
+    ::mkdirat(folder, component, 0755);
+    const int next = ::openat(folder, component, O_PATH | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW);
+    ::close(folder);
+    folder = next;
+    component = rest != nullptr && *rest != '\0' ? strsep(&rest, "/") : nullptr;
+  }
+  if (folder < 0) return;
+  const int processes = ::openat(folder, "cgroup.procs", O_WRONLY | O_CLOEXEC);
+  ::close(folder);
+  if (processes < 0) return;
+  // 0 stands for the writer.
+  [[maybe_unused]] const ssize_t written = ::write(processes, "0", 1);
+  ::close(processes);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 1) return kNotStarted;
+  const char* const slash = std::strrchr(argv[0], '/');
+  const char* const name = slash != nullptr ? slash + 1 : argv[0];
+  if (argc < 2 || std::strncmp(argv[1], kGroupWord, std::strlen(kGroupWord)) != 0) {
+    return refuse(name, "expected ++group=GROUP as the first word");
+  }
+  char* const group = argv[1] + std::strlen(kGroupWord);
+  if (!isGoodGroup(group)) return refuse(argv[1], "not a good group");
+
+  char script[PATH_MAX];
+  const int length = std::snprintf(script, sizeof script, "/etc/init.d/%s", name);
+  if (*name == '\0' || length < 0 || static_cast<std::size_t>(length) >= sizeof script ||
+      ::access(script, X_OK) != 0) {
+    return refuse(name, "there is no such script in /etc/init.d");
+  }
+  joinGroup(group);
+  // The script's words follow its name; the group's word makes room for the name.
+  argv[1] = script;
+  ::execv(script, argv + 1);
+  return refuse(script, std::strerror(errno));
+}
