@@ -1,0 +1,40 @@
+// System calls that fail when a test says so. Link `bootforge_faults` to have them.
+//
+// Only calls made by objects of the executable are seen, which includes static libraries but not
+// the C library's own calls. What is armed and counted is shared with forked children, so a test
+// can reach into a process that runs already. Any thread.
+#pragma once
+
+#include <functional>
+#include <string_view>
+
+namespace bootforge::doubles {
+
+/// In which processes a fault strikes. "This" is the process that arms it.
+enum class Where { kEverywhere, kThisProcess, kOtherProcesses };
+
+struct Fault {
+  int error;      // errno, or the returned number where that is how the call reports errors
+  int times = 1;  // how many calls fail
+  int skip = 0;   // how many calls go through before that
+  Where where = Where::kEverywhere;
+};
+
+/// Makes coming calls fail; replaces what was armed for the call. Known calls: socket, connect,
+/// bind, listen, accept (also accept4), recv, send, fork, waitpid, daemon, rename, chmod, stat,
+/// mkstemp (also mkostemp), fsync, read, close, pthread_cond_init, pthread_create, dup2, open,
+/// kill, chdir, setsid, calloc, snprintf, signal (also sigaction). Any other name aborts. A failing
+/// close closes all the same.
+void failCall(std::string_view call, Fault fault);
+
+/// Runs `action` once, in this process, right after the next call of that name that succeeds.
+void afterCall(std::string_view call, std::function<void()> action);
+
+/// How often the call was made since the last resetFaults(), failed ones included.
+int callCount(std::string_view call, Where where = Where::kEverywhere);
+
+/// Disarms everything and puts all counts to 0. The calling process becomes the one that counts
+/// as "this" until something is armed elsewhere.
+void resetFaults();
+
+}  // namespace bootforge::doubles

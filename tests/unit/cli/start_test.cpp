@@ -1,0 +1,261 @@
+// Starting an executor process, and everything that can keep one from starting.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "cli/hypcli_executor.h"
+#include "tests/double/faults.h"
+#include "tests/double/script.h"
+#include "tests/support/scratch_root.h"
+#include "tests/unit/cli/executor_fixture.h"
+#include "util/exception.h"
+
+namespace bootforge {
+namespace {
+
+using doubles::callCount;
+using doubles::failCall;
+using doubles::Fault;
+using doubles::logLine;
+using doubles::Where;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr Fault inTheChild(int error) { return {.error = error, .where = Where::kOtherProcesses}; }
+
+/// A bound socket at the control socket's path.
+UniqueFd bindSocket(int type) {
+  UniqueFd socket(::socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strcpy(address.sun_path, kSocketPath);
+  EXPECT_EQ(::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  return socket;
+}
+
+class Start : public ExecutorTest {
+ protected:
+  /// start() must fail because its child did, with this text in the log.
+  static void expectChildFailure(const std::string& text) {
+    EXPECT_EQ(exceptionOf([] { HypcliExecutor::instance().start(); }),
+              "Bootforge executor failed to start");
+    EXPECT_THAT(logRecords(), ElementsAre(kResetRequested, logLine(2, text)));
+  }
+
+  /// The child must not get the control socket's name.
+  static void expectBindFailure() {
+    expectChildFailure(
+        "Unable to start executor: Failed to bind to executor control socket: Address already in "
+        "use\n");
+  }
+};
+
+TEST_F(Start, SaysWhatItDoesAndThenServes) {
+  startExecutor();
+  EXPECT_THAT(logRecords(), ElementsAre(kResetRequested, kPolling));
+  EXPECT_EQ(statusOf("a"), 0);
+}
+
+TEST_F(Start, TheFirstCommandNeedsNoWaiting) {
+  HypcliExecutor::instance().start();
+  HypcliExecutor::instance().runCommand("a");
+  EXPECT_TRUE(doubles::waitForRecord(kPolling));
+  EXPECT_EQ(callCount("connect", Where::kThisProcess), 2);
+}
+
+TEST_F(Start, ASecondStartOnlyOpensAndClosesOneConnection) {
+  startExecutor();
+  doubles::resetFaults();
+  const std::size_t before = logRecords().size();
+  HypcliExecutor::instance().start();
+  EXPECT_EQ(callCount("connect", Where::kThisProcess), 1);
+  EXPECT_EQ(callCount("fork"), 0);
+  // The executor takes the connection for an empty command, whose status nobody waits for.
+  EXPECT_TRUE(doubles::waitForRecord(kStatusNotSent));
+  EXPECT_EQ(logRecords().size(), before + 1);
+}
+
+TEST_F(Start, ABusyExecutorWithAFullBacklogIsServing) {
+  doubles::script().commands["hang"] = doubles::waitsForFile("/go");
+  startExecutor();
+  RawClient first;
+  first.send("hang");
+  ASSERT_TRUE(doubles::waitForRecord(doubles::cli("ExecuteCommand bootforge: hang")));
+  std::vector<RawClient> waiting(17);  // one more than the backlog, as listen(2) counts
+  doubles::resetFaults();
+  HypcliExecutor::instance().start();
+  EXPECT_EQ(callCount("fork"), 0);
+  test::writeFile("/go", "");
+  EXPECT_EQ(first.status(), 0);
+}
+
+TEST_F(Start, DescriptorZeroCountsAsNoConnection) {
+  startExecutor();
+  const UniqueFd saved(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
+  ::close(STDIN_FILENO);
+  const std::string failure = exceptionOf([] { HypcliExecutor::instance().start(); });
+  const bool leftOpen = ::fcntl(STDIN_FILENO, F_GETFD) != -1;
+  ::dup2(saved.get(), STDIN_FILENO);
+  EXPECT_EQ(failure, "Bootforge executor failed to start");
+  EXPECT_FALSE(leftOpen);
+  EXPECT_TRUE(doubles::waitForRecord(kResetRequested, 2));
+}
+
+TEST_F(Start, AFailingForkIsToldWithItsReason) {
+  failCall("fork", {.error = EAGAIN});
+  EXPECT_EQ(exceptionOf([] { HypcliExecutor::instance().start(); }),
+            "Failed to forkResource temporarily unavailable");
+  EXPECT_THAT(logRecords(), ElementsAre(kResetRequested));
+}
+
+TEST_F(Start, AnInterruptedWaitIsRepeated) {
+  failCall("waitpid", {.error = EINTR, .times = 2});
+  startExecutor();
+  EXPECT_EQ(callCount("waitpid"), 3);
+}
+
+TEST_F(Start, AFailingWaitIsTold) {
+  failCall("waitpid", {.error = ECHILD});
+  EXPECT_EQ(exceptionOf([] { HypcliExecutor::instance().start(); }),
+            "Failed collecting executor's exit status");
+  EXPECT_TRUE(doubles::waitForRecord(kPolling));
+}
+
+TEST_F(Start, ASocketThatCannotBeMadeEndsTheChild) {
+  failCall("socket", inTheChild(EMFILE));
+  expectChildFailure(
+      "Unable to start executor: Error opening control socket for executor: Too many open files\n");
+}
+
+TEST_F(Start, ABindThatFailsEndsTheChild) {
+  failCall("bind", inTheChild(EACCES));
+  expectChildFailure(
+      "Unable to start executor: Failed to bind to executor control socket: Permission denied\n");
+  EXPECT_FALSE(test::exists(kSocketPath));
+}
+
+TEST_F(Start, AListenThatFailsEndsTheChild) {
+  failCall("listen", inTheChild(ENOBUFS));
+  expectChildFailure(
+      "Unable to start executor: Failed to listen on executor control socket: No buffer space "
+      "available\n");
+}
+
+TEST_F(Start, AProcessThatCannotGoIntoTheBackgroundEnds) {
+  failCall("daemon", inTheChild(EAGAIN));
+  expectChildFailure("Unable to start executor: Failed to daemonize\n");
+}
+
+TEST_F(Start, WhatIsNoExceptionOfOursEndsTheChildToo) {
+  doubles::script().onLog = [](const std::string& text) {
+    if (text.find("Failed opening log file") == 0) throw 42;
+  };
+  std::filesystem::remove_all("/var/log");
+  expectChildFailure("Unable to start executor\n");
+}
+
+TEST_F(Start, AMissingEventLoopThreadShowsInTheLogOnly) {
+  failCall("pthread_create", inTheChild(EAGAIN));
+  HypcliExecutor::instance().start();
+  const auto failure =
+      logLine(2, "Unable to start executor: Failed creating Executor Event Loop thread\n");
+  EXPECT_TRUE(doubles::waitForRecord(failure));
+  const doubles::Record last = logRecords().back();
+  EXPECT_EQ(last, failure);
+  EXPECT_TRUE(Process(last.process).waitForEnd());
+}
+
+TEST_F(Start, APollLoopThatCannotBeSetUpEndsTheExecutor) {
+  doubles::script().pollCallbackError = ENOMEM;
+  HypcliExecutor::instance().start();
+  EXPECT_TRUE(doubles::waitForRecord(logLine(2, "Failed setting up Poll Loop for executor\n")));
+  EXPECT_TRUE(Process(logRecords().back().process).waitForEnd());
+}
+
+TEST_F(Start, AMissingFolderMakesTheBindFail) {
+  std::filesystem::remove_all("/var/run/nimbus");
+  expectChildFailure(
+      "Unable to start executor: Failed to bind to executor control socket: No such file or "
+      "directory\n");
+}
+
+TEST_F(Start, AFileInTheWayIsLeftAlone) {
+  test::writeFile(kSocketPath, "mine");
+  expectBindFailure();
+  EXPECT_EQ(test::readFile(kSocketPath), "mine");
+}
+
+TEST_F(Start, ADanglingLinkInTheWayIsLeftAlone) {
+  std::filesystem::create_symlink("/nowhere", kSocketPath);
+  expectBindFailure();
+  EXPECT_TRUE(std::filesystem::is_symlink(kSocketPath));
+}
+
+TEST_F(Start, ALinkToAStaleSocketIsLeftAlone) {
+  bindSocket(SOCK_STREAM).reset();
+  std::filesystem::rename(kSocketPath, "/elsewhere");
+  std::filesystem::create_symlink("/elsewhere", kSocketPath);
+  expectBindFailure();
+  EXPECT_TRUE(test::exists("/elsewhere"));
+  EXPECT_TRUE(std::filesystem::is_symlink(kSocketPath));
+}
+
+TEST_F(Start, AFolderInTheWayIsLeftAlone) {
+  std::filesystem::create_directory(kSocketPath);
+  expectBindFailure();
+  EXPECT_TRUE(std::filesystem::is_directory(kSocketPath));
+}
+
+TEST_F(Start, ALivingStrangersSocketIsLeftAlone) {
+  const UniqueFd stranger = bindSocket(SOCK_DGRAM);  // a connect to it fails, but is not refused
+  expectBindFailure();
+  EXPECT_TRUE(std::filesystem::is_socket(kSocketPath));
+}
+
+TEST_F(Start, AStrangerWhoListensCountsAsServing) {
+  const UniqueFd stranger = bindSocket(SOCK_STREAM);
+  ASSERT_EQ(::listen(stranger.get(), 1), 0);
+  HypcliExecutor::instance().start();
+  EXPECT_THAT(doubles::records(), IsEmpty());
+  EXPECT_EQ(callCount("fork"), 0);
+}
+
+TEST_F(Start, AStaleSocketIsReplaced) {
+  bindSocket(SOCK_STREAM).reset();
+  startExecutor();
+  EXPECT_THAT(logRecords(), ElementsAre(kResetRequested, kPolling));
+  EXPECT_EQ(statusOf("a"), 0);
+}
+
+TEST_F(Start, AStaleSocketStaysWhenItCannotBeProbed) {
+  bindSocket(SOCK_STREAM).reset();
+  failCall("socket", {.error = EMFILE, .skip = 1, .where = Where::kOtherProcesses});
+  expectBindFailure();
+}
+
+TEST_F(Start, OnlyTheOwnerCanConnectAndTheUmaskIsAsItWas) {
+  doubles::script().commands["make"] = [](const auto&, auto&) {
+    test::writeFile("/made", "", 0644);
+    ::close(::open("/masked", O_WRONLY | O_CREAT | O_CLOEXEC, 0666));
+  };
+  const mode_t before = ::umask(026);
+  startExecutor();
+  ::umask(before);
+  EXPECT_EQ(statusOf("make"), 0);
+  struct stat status {};
+  ASSERT_EQ(::stat(kSocketPath, &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, mode_t{0700});
+  ASSERT_EQ(::stat("/masked", &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, mode_t{0640});
+}
+
+}  // namespace
+}  // namespace bootforge

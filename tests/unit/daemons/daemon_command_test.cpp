@@ -1,0 +1,160 @@
+#include "plugins/daemon_command.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+#include "tests/unit/daemons/daemon_fixture.h"
+#include "util/unique_fd.h"
+
+namespace bootforge::test {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+class DaemonCommandTest : public DaemonTest {
+ protected:
+  RunOptions& options_ = RunOptions::instance();
+};
+
+TEST_F(DaemonCommandTest, WordsAreSplitAtRunsOfWhiteSpaceAndQuotesMeanNothing) {
+  const std::string path = script("words", "for word; do echo \"<$word>\"; done > /tmp/words");
+  runDaemonCommand("  " + path + "   ++group=init/x \t 'a  b'  start ");
+  EXPECT_EQ(readFile("/tmp/words"), "<++group=init/x>\n<'a>\n<b'>\n<start>\n");
+}
+
+TEST_F(DaemonCommandTest, TheChildStandsInTheRootWithTheGivenEnvironment) {
+  char setting[] = "SETTING=from the run options";
+  char* environment[] = {setting, nullptr};
+  options_.environment = environment;
+  ASSERT_EQ(::chdir("/tmp"), 0);
+  runDaemonCommand(script("place", "{ pwd; echo \"$SETTING\"; } > /tmp/place"));
+  EXPECT_EQ(readFile("/tmp/place"), "/\nfrom the run options\n");
+}
+
+TEST_F(DaemonCommandTest, StandardErrorGoesToTheLogSocketOrElseToTheNullDevice) {
+  // A socket cannot be opened by its name, so the null device takes its place.
+  const UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strcpy(address.sun_path, "/dev/log");
+  ASSERT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  const std::string path = script("streams", "echo to error >&2; echo to output; cat > /tmp/input");
+  runDaemonCommand(path);
+  EXPECT_EQ(readFile("/tmp/input"), "");
+  EXPECT_THAT(records(), ElementsAre());
+
+  ::unlink("/dev/log");
+  writeFile("/dev/log", "");
+  runDaemonCommand(path);
+  EXPECT_EQ(readFile("/dev/log"), "to error\n");
+}
+
+TEST_F(DaemonCommandTest, WithoutANullDeviceTheRootTakesItsPlace) {
+  doubles::failCall("open", {.error = ENOENT, .times = 1, .skip = 1});
+  const std::string path = script("ok", "exit 0");
+  runDaemonCommand(path);
+  EXPECT_THAT(records(), ElementsAre(logLine(3, "opening /dev/null failed\n")));
+}
+
+TEST_F(DaemonCommandTest, AnUnusableRootIsFatal) {
+  EXPECT_EXIT(
+      {
+        doubles::failCall("open", {.error = EMFILE, .times = 1});
+        runDaemonCommand("/bin/true");
+      },
+      ::testing::KilledBySignal(SIGABRT), "VERIFY DaemonPlugin:86");
+}
+
+TEST_F(DaemonCommandTest, WhatIsNoProgramIsToldOfWithTheSystemsReason) {
+  writeFile("/etc/init.d/text", "no program", 0644);
+  EXPECT_EQ(failureOf([] { runDaemonCommand("/etc/init.d/text start"); }),
+            "failed to ForkExec '/etc/init.d/text start' : Permission denied");
+  EXPECT_EQ(failureOf([] { runDaemonCommand("/etc/init.d start"); }),
+            "failed to ForkExec '/etc/init.d start' : Permission denied");
+  writeFile("/etc/init.d/garbage",
+            std::string("\x7f"
+                        "ELF garbage"),
+            0755);
+  EXPECT_EQ(failureOf([] { runDaemonCommand("/etc/init.d/garbage"); }),
+            "failed to ForkExec '/etc/init.d/garbage' : Exec format error");
+  EXPECT_EQ(failureOf([] { runDaemonCommand("   "); }),
+            "failed to ForkExec '   ' : No such file or directory");
+}
+
+TEST_F(DaemonCommandTest, AnEndThatCannotBeLearntIsAnUnknownError) {
+  doubles::failCall("waitpid", {.error = ECHILD, .times = 1});
+  const std::string path = script("ok", "exit 0");
+  EXPECT_EQ(failureOf([&] { runDaemonCommand(path); }),
+            "Execution of command: " + path + " failed <unknown_error>");
+}
+
+TEST_F(DaemonCommandTest, AnInterruptedWaitIsRepeatedWithoutCost) {
+  doubles::failCall("waitpid", {.error = EINTR, .times = 2000});
+  runDaemonCommand(script("ok", "exit 0"));
+  EXPECT_GT(doubles::callCount("waitpid"), 2000);
+}
+
+TEST_F(DaemonCommandTest, AScriptOverItsTimeHasTimedOutWhenWaitingWasAskedFor) {
+  options_.daemonWait = true;
+  options_.daemonWaitTimeout = 1;
+  const std::string path = script("slow", "read line < /tmp/never");
+  ASSERT_EQ(::mkfifo("/tmp/never", 0600), 0);
+  EXPECT_EQ(failureOf([&] { runDaemonCommand(path + " start"); }),
+            "Execution of command: '" + path + " start' timed out.");
+  // One look for each poll of the budget, and none beyond it.
+  EXPECT_EQ(doubles::callCount("waitpid"), 100);
+  // The script was left alone; it ends now.
+  const UniqueFd end(::open("/tmp/never", O_RDWR | O_CLOEXEC));
+}
+
+TEST_F(DaemonCommandTest, AQuickScriptDoesNotCostAWholePoll) {
+  options_.daemonWait = true;
+  const std::string path = script("quick", "exit 0");
+  runDaemonCommand(path);
+  // Two looks: the script still runs at the first one, as a rule, and the sleep ends with it.
+  EXPECT_LE(doubles::callCount("waitpid"), 2);
+}
+
+TEST_F(DaemonCommandTest, ATimeoutOfNothingIsNoTimeout) {
+  options_.daemonWait = true;
+  options_.daemonWaitTimeout = 0;
+  ASSERT_EQ(::mkfifo("/tmp/gate", 0600), 0);
+  const std::string path = script("gated", "read line < /tmp/gate");
+  std::thread opener([] {
+    // Waits for the script to be there, and lets it go.
+    const UniqueFd gate(::open("/tmp/gate", O_WRONLY | O_CLOEXEC));
+    [[maybe_unused]] const ssize_t written = ::write(gate.get(), "go\n", 3);
+  });
+  runDaemonCommand(path);
+  opener.join();
+}
+
+TEST_F(DaemonCommandTest, NoDescriptorIsLeftBehind) {
+  const int before = countOpenDescriptors();
+  runDaemonCommand(script("ok", "exit 0"));
+  failureOf([] { runDaemonCommand("/etc/init.d/missing"); });
+  EXPECT_EQ(countOpenDescriptors(), before);
+}
+
+TEST_F(DaemonCommandTest, TheChildHasThreeDescriptorsAndNoOthers) {
+  // One that would be passed on: not close-on-exec.
+  const UniqueFd stray(::open("/etc", O_RDONLY));
+  const std::string path =
+      script("list",
+             "n=3; while [ $n -lt 256 ]; do if { true >&$n; } 2>/dev/null; then echo $n; fi; "
+             "n=$((n+1)); done > /tmp/open");
+  runDaemonCommand(path);
+  // The shell keeps its script open, and what it redirects, above all others: so not even ten.
+  const std::string open = readFile("/tmp/open");
+  EXPECT_EQ(open.find("3\n"), std::string::npos) << open;
+}
+
+}  // namespace
+}  // namespace bootforge::test

@@ -1,0 +1,34 @@
+// A plugin whose operations are the test's.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <utility>
+
+#include "plugins/plugin.h"
+
+namespace bootforge::test {
+
+class TestPlugin : public Plugin {
+ public:
+  explicit TestPlugin(std::string name) : Plugin(std::move(name)) {}
+  TestPlugin(std::string name, std::uint32_t schedulingClass)
+      : Plugin(std::move(name), schedulingClass) {}
+
+  using Plugin::provide;
+  using Plugin::require;
+
+  void start() override {
+    if (onStart) onStart();
+  }
+  bool supportsApplyHostProfile() const override { return static_cast<bool>(onApplyHostProfile); }
+  void applyHostProfile() override {
+    if (onApplyHostProfile) onApplyHostProfile();
+  }
+
+  std::function<void()> onStart;
+  /// With one, the plugin supports the operation.
+  std::function<void()> onApplyHostProfile;
+};
+
+}  // namespace bootforge::test

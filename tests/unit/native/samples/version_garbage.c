@@ -1,0 +1,9 @@
+#include "bootforge/plugin.h"
+
+static const char* const kProvides[] = {"never-linked", NULL};
+
+BOOTFORGE_EXPORT const struct bootforge_metadata metadata = {
+    .api_version = -559038737,
+    .provides = kProvides,
+};
+BOOTFORGE_EXPORT const struct bootforge_operations operations = {NULL, NULL};

@@ -1,0 +1,231 @@
+#include "platform/linux/program.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "tests/support/scratch_root.h"
+#include "tests/unit/platform/child.h"
+#include "tests/unit/platform/wrapped_calls.h"
+
+namespace bootforge::test {
+namespace {
+
+using host_linux::ProgramEnd;
+using host_linux::runProgram;
+
+ProgramEnd runShell(const std::string& script) { return runProgram({"/bin/sh", "-c", script}); }
+
+/// Each test once with process descriptors and once as on a kernel without them; no run may leave a
+/// descriptor open.
+class Program : public testing::TestWithParam<int> {
+ protected:
+  void SetUp() override {
+    pidfdBehaviour = {.error = GetParam()};
+    descriptors_ = countOpenDescriptors();
+  }
+  void TearDown() override {
+    pidfdBehaviour = {};
+    EXPECT_EQ(countOpenDescriptors(), descriptors_);
+  }
+
+  /// Ends a process that a script left behind and wrote the id of.
+  static void endLeftBehind(const std::string& pidFile) {
+    EXPECT_EQ(kill(std::stoi(readFile(pidFile)), SIGKILL), 0);
+  }
+
+  int descriptors_ = 0;
+};
+
+INSTANTIATE_TEST_SUITE_P(Awaited, Program, testing::Values(0, ENOSYS), [](const auto& awaited) {
+  return awaited.param == 0 ? "WithProcessDescriptors" : "ByAskingInIntervals";
+});
+
+TEST_P(Program, IsAwaitedInTheWayOfThisRun) {
+  EXPECT_TRUE(runShell("exit 0").endedWell());
+  EXPECT_EQ(pidfdBehaviour.refused, GetParam() == 0 ? 0 : 1);
+}
+
+TEST_P(Program, RunsToItsEnd) {
+  ProgramEnd end = runShell("echo done >/tmp/done");
+  EXPECT_TRUE(end.endedWell());
+  EXPECT_EQ(end.failure, "");
+  EXPECT_EQ(end.standardError, "");
+  EXPECT_EQ(readFile("/tmp/done"), "done\n");
+}
+
+TEST_P(Program, TellsItsExitCodeAndItsSignal) {
+  ProgramEnd end = runShell("exit 7");
+  EXPECT_TRUE(WIFEXITED(end.status));
+  EXPECT_EQ(WEXITSTATUS(end.status), 7);
+  EXPECT_FALSE(end.endedWell());
+  end = runShell("kill -KILL $$");
+  EXPECT_TRUE(WIFSIGNALED(end.status));
+  EXPECT_EQ(WTERMSIG(end.status), SIGKILL);
+  EXPECT_FALSE(end.endedWell());
+}
+
+TEST_P(Program, GetsItsArgumentsAsTheyAre) {
+  std::vector<std::string> odd = {"a b", "", "$HOME", "*", "'\"\\", "\xff\n"};
+  std::vector<std::string> words = {"/bin/sh", "-c", "printf '%s|' \"$@\" >/tmp/arguments", "sh"};
+  words.insert(words.end(), odd.begin(), odd.end());
+  EXPECT_TRUE(runProgram(words).endedWell());
+  std::string expected;
+  for (const std::string& word : odd) expected += word + "|";
+  EXPECT_EQ(readFile("/tmp/arguments"), expected);
+}
+
+TEST_P(Program, ReadsFromTheNullDeviceAndWritesWhereWeDo) {
+  Finished child = runInChild([] {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    dup2(ends[0], STDIN_FILENO);  // a standard input that would never end
+    EXPECT_TRUE(runShell("read line || echo at the end").endedWell());
+  });
+  EXPECT_EQ(child.status, 0);
+  EXPECT_EQ(child.out, "at the end\n");
+}
+
+TEST_P(Program, HasTheEnvironmentButNoOtherDescriptorOfOurs) {
+  Finished child = runInChild([] {
+    setenv("OF_OURS", "value", 1);
+    dup2(STDOUT_FILENO, 3);
+    dup2(STDOUT_FILENO, 9);
+    runShell("echo $OF_OURS; echo three >&3");
+    runShell("echo nine >&9");
+  });
+  EXPECT_EQ(child.out, "value\n");
+}
+
+TEST_P(Program, StartsWithDefaultSignalDispositionsAndNoSignalBlocked) {
+  Finished child = runInChild([] {
+    sigset_t all;
+    sigfillset(&all);
+    for (int number : {SIGHUP, SIGINT, SIGPIPE, SIGTERM, SIGUSR1, SIGALRM, SIGRTMIN + 3}) {
+      signal(number, SIG_IGN);
+      sigprocmask(SIG_BLOCK, &all, nullptr);
+      ProgramEnd end = runShell("kill -" + std::to_string(number) + " $$; exit 5");
+      EXPECT_TRUE(WIFSIGNALED(end.status)) << number;
+      EXPECT_EQ(WTERMSIG(end.status), number);
+    }
+  });
+  EXPECT_EQ(child.status, 0) << child.out;
+}
+
+TEST_P(Program, HasItsStandardErrorCollected) {
+  ProgramEnd end = runShell("echo one >&2; echo two >&2; printf three >&2; exit 1");
+  EXPECT_EQ(end.standardError, "one\ntwo\nthree");
+  EXPECT_EQ(end.dropped, 0U);
+}
+
+TEST_P(Program, IsNeverHeldUpByAFloodOfErrors) {
+  ProgramEnd end = runShell("yes flood | head -c 3000000 >&2; exit 1");
+  EXPECT_EQ(WEXITSTATUS(end.status), 1);
+  EXPECT_EQ(end.standardError.size(), 65536U);
+  EXPECT_TRUE(end.standardError.starts_with("flood\nflood\n"));
+  EXPECT_EQ(end.standardError.size() + end.dropped, 3'000'000U);
+}
+
+TEST_P(Program, HasAllCollectedThatItWroteLast) {
+  for (int i = 0; i < 20; ++i) {
+    ProgramEnd end = runShell("exec dd if=/dev/zero bs=60000 count=1 >&2 2>/dev/null");
+    EXPECT_TRUE(end.endedWell());
+    ASSERT_EQ(end.standardError.size(), 60'000U);
+  }
+}
+
+TEST_P(Program, IsOverWhenItHasEndedWhoeverHoldsItsStandardError) {
+  for (std::string text : {"text\n", ""}) {
+    ProgramEnd end = runShell("sleep 1000 & echo $! >/tmp/pid; printf '" + text + "' >&2; exit 3");
+    EXPECT_EQ(WEXITSTATUS(end.status), 3);
+    EXPECT_EQ(end.standardError, text);
+    endLeftBehind("/tmp/pid");
+  }
+}
+
+TEST_P(Program, IsOverWhenItHasEndedAlsoWhenAnotherGoesOnFlooding) {
+  ProgramEnd end = runShell("yes >&2 & echo $! >/tmp/pid; head -c 200000 /dev/zero >&2; exit 3");
+  EXPECT_EQ(WEXITSTATUS(end.status), 3);
+  endLeftBehind("/tmp/pid");
+}
+
+TEST_P(Program, IsNotOverBeforeItHasEndedThoughItClosedItsStandardError) {
+  ProgramEnd end = runShell("exec 2>&-; sleep 0.1; echo late >/tmp/late; exit 4");
+  EXPECT_EQ(WEXITSTATUS(end.status), 4);
+  EXPECT_EQ(readFile("/tmp/late"), "late\n");
+}
+
+TEST_P(Program, IsAwaitedAsleepAlsoWhenItClosedItsStandardError) {
+  pollCalls = 0;
+  EXPECT_TRUE(runShell("exec 2>&-; sleep 0.2").endedWell());
+  EXPECT_LT(pollCalls, 50);
+}
+
+TEST_P(Program, IsAwaitedThroughInterruptions) {
+  Finished child = runInChild([] {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};  // without SA_RESTART
+    sigaction(SIGPROF, &action, nullptr);
+    sigaction(SIGALRM, &action, nullptr);
+    itimerval often{{0, 1000}, {0, 1000}};
+    ASSERT_EQ(setitimer(ITIMER_REAL, &often, nullptr), 0);
+    ProgramEnd end = runShell("for i in 1 2 3 4 5; do sleep 0.02; echo $i >&2; done; exit 6");
+    EXPECT_EQ(end.failure, "");
+    EXPECT_EQ(WEXITSTATUS(end.status), 6);
+    EXPECT_EQ(end.standardError, "1\n2\n3\n4\n5\n");
+  });
+  EXPECT_EQ(child.status, 0) << child.out;
+}
+
+TEST_P(Program, ThatCannotBeStartedSaysWhy) {
+  ASSERT_EQ(mkdir("/tmp/directory", 0755), 0);
+  writeFile("/tmp/locked", "#!/bin/sh\n", 0644);
+  writeFile("/tmp/odd", "no program", 0755);
+  writeFile("/tmp/lost", "#!/nowhere\n", 0755);
+  EXPECT_EQ(runProgram({"/nowhere"}).failure, "cannot be started: No such file or directory");
+  EXPECT_EQ(runProgram({"/tmp/lost"}).failure, "cannot be started: No such file or directory");
+  EXPECT_EQ(runProgram({"/tmp/directory"}).failure, "cannot be started: Permission denied");
+  EXPECT_EQ(runProgram({"/tmp/locked"}).failure, "cannot be started: Permission denied");
+  EXPECT_EQ(runProgram({"/tmp/odd"}).failure, "cannot be started: Exec format error");
+  EXPECT_EQ(runProgram({"/bin/true", std::string(4'000'000, 'x')}).failure,
+            "cannot be started: Argument list too long");
+  EXPECT_FALSE(runProgram({"/nowhere"}).endedWell());
+}
+
+TEST_P(Program, CannotBeStartedWithoutTheNullDeviceOrWithoutDescriptors) {
+  ASSERT_EQ(rename("/dev/null", "/dev/zero2"), 0);
+  EXPECT_EQ(runProgram({"/bin/true"}).failure,
+            "cannot be started: /dev/null: No such file or directory");
+  ASSERT_EQ(rename("/dev/zero2", "/dev/null"), 0);
+  Finished child = runInChild([] {
+    int last = -1;
+    for (int fd = 0; (fd = dup(STDIN_FILENO)) != -1;) last = fd;
+    EXPECT_EQ(runProgram({"/bin/true"}).failure,
+              "cannot be started: /dev/null: Too many open files");
+    close(last);
+    EXPECT_EQ(runProgram({"/bin/true"}).failure, "cannot be started: Too many open files");
+  });
+  EXPECT_EQ(child.status, 0) << child.out;
+}
+
+TEST_P(Program, ThatSomebodyElseCollectedHasNotEndedWell) {
+  Finished child = runInChild([] {
+    signal(SIGCHLD, SIG_IGN);  // the kernel collects
+    ProgramEnd end = runProgram({"/bin/true"});
+    EXPECT_EQ(end.failure, "cannot tell how it ended: No child processes");
+    EXPECT_FALSE(end.endedWell());
+  });
+  EXPECT_EQ(child.status, 0) << child.out;
+}
+
+}  // namespace
+}  // namespace bootforge::test

@@ -1,0 +1,79 @@
+#include "tests/unit/platform/wrapped_calls.h"
+
+#include <poll.h>
+#include <sys/syscall.h>
+#include <sys/types.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+
+namespace bootforge::test {
+
+WriteBehaviour writeBehaviour;
+int epollCreations = -1;
+int pollCalls = 0;
+PidfdBehaviour pidfdBehaviour;
+
+}  // namespace bootforge::test
+
+using bootforge::test::epollCreations;
+using bootforge::test::pidfdBehaviour;
+using bootforge::test::pollCalls;
+using bootforge::test::writeBehaviour;
+
+extern "C" {
+
+ssize_t __real_write(int fd, const void* data, size_t size);
+int __real_epoll_create1(int flags);
+int __real_poll(pollfd* descriptors, nfds_t count, int timeout);
+long __real_syscall(long number, ...);
+
+ssize_t __wrap_write(int fd, const void* data, size_t size);
+int __wrap_epoll_create1(int flags);
+int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout);
+long __wrap_syscall(long number, ...);
+
+ssize_t __wrap_write(int fd, const void* data, size_t size) {
+  ++writeBehaviour.calls;
+  if (writeBehaviour.failures > 0) {
+    --writeBehaviour.failures;
+    errno = writeBehaviour.error;
+    return -1;
+  }
+  if (writeBehaviour.most > 0) size = std::min(size, writeBehaviour.most);
+  return __real_write(fd, data, size);
+}
+
+int __wrap_epoll_create1(int flags) {
+  if (epollCreations == 0) {
+    errno = EMFILE;
+    return -1;
+  }
+  if (epollCreations > 0) --epollCreations;
+  return __real_epoll_create1(flags);
+}
+
+int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
+  ++pollCalls;
+  return __real_poll(descriptors, count, timeout);
+}
+
+// The C library's pidfd_open is no function for C++ in its older releases, so it is called by
+// number.
+long __wrap_syscall(long number, ...) {
+  if (number == SYS_pidfd_open && pidfdBehaviour.error != 0) {
+    ++pidfdBehaviour.refused;
+    errno = pidfdBehaviour.error;
+    return -1;
+  }
+  // Nothing here calls by number with more than three arguments.
+  va_list arguments;
+  va_start(arguments, number);
+  long values[3];
+  for (long& value : values) value = va_arg(arguments, long);
+  va_end(arguments);
+  return __real_syscall(number, values[0], values[1], values[2]);
+}
+
+}  // extern "C"

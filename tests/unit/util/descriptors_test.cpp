@@ -1,0 +1,113 @@
+// The descriptors of children, and of the program at its start.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <iterator>
+
+#include "tests/double/faults.h"
+#include "tests/support/own_process.h"
+#include "tests/support/scratch_root.h"
+#include "util/standard_streams.h"
+#include "util/unique_fd.h"
+
+namespace bootforge::test {
+namespace {
+
+bool isOpen(int fd) { return ::fcntl(fd, F_GETFD) != -1; }
+
+bool isNullDevice(int fd) {
+  struct stat ours {};
+  struct stat null {};
+  return ::fstat(fd, &ours) == 0 && ::stat("/dev/null", &null) == 0 && S_ISCHR(ours.st_mode) &&
+         ours.st_rdev == null.st_rdev;
+}
+
+/// In a child: opens descriptors here and there and closes all but the standard streams.
+void expectOthersToBeClosed() {
+  for (int fd : {3, 4, 7, 100, 255}) ASSERT_EQ(::dup2(STDOUT_FILENO, fd), fd);
+  const bool before[] = {isOpen(0), isOpen(1), isOpen(2)};
+  closeOtherDescriptors();
+  for (int fd = 0; fd <= 2; ++fd) EXPECT_EQ(isOpen(fd), before[fd]) << fd;
+  for (int fd = 3; fd < 1024; ++fd) EXPECT_FALSE(isOpen(fd)) << fd;
+}
+
+TEST(OtherDescriptors, AreClosedAndTheStandardStreamsAreNot) { inChild(expectOthersToBeClosed); }
+
+TEST(OtherDescriptors, AreClosedWhenTheStandardStreamsAreMissing) {
+  inChild([] {
+    ::close(STDIN_FILENO);
+    expectOthersToBeClosed();
+    EXPECT_FALSE(isOpen(STDIN_FILENO));
+  });
+}
+
+/// Makes one system call fail in this process from now on.
+bool refuse(int call, int error) {
+  sock_filter program[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(error)),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  const sock_fprog filter{static_cast<unsigned short>(std::size(program)), program};
+  return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter, 0, 0) == 0;
+}
+
+// Kernels before 5.9 have no close_range(2).
+TEST(OtherDescriptors, AreClosedOneByOneOnAnOldKernel) {
+  inChild([] {
+    const rlimit limit{1024, 1024};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+    if (!refuse(SYS_close_range, ENOSYS)) {
+      GTEST_SKIP() << "system calls cannot be refused here";
+    }
+    ASSERT_EQ(::syscall(SYS_close_range, 1000U, 1000U, 0), -1);
+    ASSERT_EQ(errno, ENOSYS);
+    expectOthersToBeClosed();
+  });
+}
+
+// Every set of closed streams; a bit for each.
+TEST(MissingStandardStreams, AreOpenedOnTheNullDeviceAndTheOthersStay) {
+  for (int missing = 0; missing < 8; ++missing) {
+    inChild([missing] {
+      const UniqueFd saved(::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 100));
+      for (int fd = 0; fd <= 2; ++fd) ::dup2(::open("/tmp/stream", O_RDWR | O_CREAT, 0600), fd);
+      closeOtherDescriptors();
+      for (int fd = 0; fd <= 2; ++fd) {
+        if ((missing & 1 << fd) != 0) ::close(fd);
+      }
+      openMissingStandardStreams();
+      bool right = !isOpen(3);
+      for (int fd = 0; fd <= 2; ++fd) {
+        right = right && isOpen(fd) && isNullDevice(fd) == ((missing & 1 << fd) != 0);
+        right = right && ::fcntl(fd, F_GETFD) == 0 && (::fcntl(fd, F_GETFL) & O_ACCMODE) == O_RDWR;
+      }
+      // Nobody would see a failure's text.
+      if (!right) ::_exit(1);
+    });
+  }
+}
+
+TEST(MissingStandardStreams, StayMissingWithoutANullDevice) {
+  inChild([] {
+    doubles::failCall("open", {ENOENT});
+    ::close(STDIN_FILENO);
+    openMissingStandardStreams();
+    EXPECT_FALSE(isOpen(STDIN_FILENO));
+  });
+  doubles::resetFaults();
+}
+
+}  // namespace
+}  // namespace bootforge::test
