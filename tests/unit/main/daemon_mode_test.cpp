@@ -107,6 +107,16 @@ TEST_F(DaemonMode, WithoutScriptsTheSectionIsWrittenAllTheSame) {
               testing::StartsWith("=== Daemon configuration info ===\n Start Daemon: "));
 }
 
+TEST_F(DaemonMode, ALogThatCannotBeWrittenIsNoFailedRun) {
+  install({{"net", 10}});
+  std::filesystem::remove_all("/var/log");
+  EXPECT_EQ(bootforge({"--daemon=wait", "--method=start"}).status, 0);
+  EXPECT_EQ(events(), joined({started("net"),
+                              {logLine(2,
+                                       "unable to reopen profiling log (/var/log/sysboot.log): No "
+                                       "such file or directory.\n")}}));
+}
+
 TEST_F(DaemonMode, AListThatCannotBeReadIsToldAndFails) {
   install({{"net", 10}});
   failGetlineAfter(0);
