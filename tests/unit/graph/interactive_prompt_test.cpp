@@ -66,6 +66,7 @@ class InteractivePrompt : public testing::Test {
   }
   ~InteractivePrompt() override {
     doubles::resetFaults();
+    std::signal(SIGCHLD, SIG_DFL);
     RunOptions::instance() = RunOptions();
   }
 
@@ -254,14 +255,14 @@ TEST_F(InteractivePrompt, AShellThatCannotBeForkedIsTold) {
 
 volatile std::sig_atomic_t exitStatus = -1;
 
-/// Notes the exit status of the next child that ends.
+/// Notes the exit status of a child that ends.
 void watchChild() {
   exitStatus = -1;
   struct sigaction action {};
   action.sa_sigaction = [](int, siginfo_t* information, void*) {
     if (information->si_code == CLD_EXITED) exitStatus = information->si_status;
   };
-  action.sa_flags = SA_SIGINFO | SA_RESTART | SA_RESETHAND;
+  action.sa_flags = SA_SIGINFO | SA_RESTART;
   ::sigaction(SIGCHLD, &action, nullptr);
 }
 
