@@ -140,6 +140,15 @@ TEST_F(DaemonMode, AScriptThatCannotBeWrappedIsToldAndSkipped) {
                     started("web")}));
 }
 
+TEST_F(DaemonMode, AScriptThatCannotBeWrappedForNoKnownReasonIsSkippedToo) {
+  install({{"net", 10}, {"web", 10}});
+  failFirstPriorityLevel();
+  EXPECT_EQ(bootforge({"--daemon=wait", "--method=start"}).status, 0);
+  EXPECT_EQ(events(),
+            joined({{logLine(3, "Failed to create init.d daemon plugin: /etc/init.d/net\n")},
+                    started("web")}));
+}
+
 TEST_F(DaemonMode, AScriptThatFailsStopsNothing) {
   install({{"net", 10}, {"web", 20}});
   writeFile("/etc/init.d/net", "#!/bin/sh\nexit 3\n", 0755);
