@@ -19,8 +19,7 @@
 //
 //   Idle            set by the constructor. The node is being linked (main thread).
 //   ForwardWaiting  set by scheduleForward, called by the main thread for every plugin and from
-//   there
-//                   for every idle ancestor. The node stands in no queue.
+//                   there for every idle ancestor. The node stands in no queue.
 //   ForwardQueued   set by scheduleForward when every prerequisite counts as finished: by the main
 //                   thread, or by the worker that has just finished the last of them. The node
 //                   stands in the executor's queue, and keeps this state while a worker runs it.
