@@ -228,11 +228,13 @@ def main():
         print(f"daemons: {started} of {len(report.daemons)} started")
     for problem in problems:
         print(screen.paint("red", problem))
-    subject = "The boot and the round of the daemons" if options.daemons else "The boot"
+    subject, they = "The boot", "it"
+    if options.daemons:
+        subject, they = "The boot and the round of the daemons", "they"
     if problems:
-        print(screen.paint("red", f"{subject} did not go as it should."))
+        print(screen.paint("red", f"{subject} did not go as {they} should."))
         return 1
-    print(screen.paint("green", f"{subject} went as it should."))
+    print(screen.paint("green", f"{subject} went as {they} should."))
     return 0
 
 

@@ -1,0 +1,260 @@
+"""The demo: the sample host as scripts/demo boots it, with its daemons and with an operator."""
+
+import functools
+import os
+import pty
+import re
+import selectors
+import shutil
+import signal
+import subprocess
+import tempfile
+import termios
+import time
+
+import host_case
+import isolation
+from prompt_test import SHOW, answered, prompt
+
+PROJECT = os.path.realpath(os.path.join(os.path.dirname(__file__), "../.."))
+BUILD = os.environ.get("BOOTFORGE_HOST_BUILD", "")
+LIMIT = 60  # seconds for one demo
+PARTS = ("scripts", "examples")  # of the project, which is what a demo with --build needs
+ROW = re.compile(r"^ *\d+  (\S+) +[\d.]+ +[\d.]+  (activated|failed|unknown)\b", re.M)
+FAILING = {"second-uplink", "license-agent"}
+
+
+class Demo:
+    """One run of scripts/demo, with a terminal of its own if it is to be `interactive`."""
+
+    def __init__(self, folder, *arguments, project=PROJECT, interactive=False):
+        self.text = ""
+        self.seen = 0
+        self.terminal = self.saved = None
+        if interactive:
+            self.reader, self.terminal = pty.openpty()
+            self.saved = termios.tcgetattr(self.terminal)
+            far_ends = dict.fromkeys(("stdin", "stdout", "stderr"), self.terminal)
+        else:
+            self.reader, writer = os.pipe()
+            far_ends = {"stdin": subprocess.DEVNULL, "stdout": writer, "stderr": writer}
+        self.process = subprocess.Popen(
+            [f"{project}/scripts/demo", "--build", BUILD, *arguments], **far_ends,
+            env={**os.environ, "TMPDIR": folder, "LC_ALL": "C.UTF-8"}, start_new_session=True)
+        if not interactive:
+            os.close(writer)
+        self.deadline = time.monotonic() + LIMIT
+        self.selector = selectors.DefaultSelector()
+        self.selector.register(self.reader, selectors.EVENT_READ)
+
+    def read(self):
+        """Reads for a moment; false at the end of all output."""
+        if time.monotonic() > self.deadline:
+            raise AssertionError(f"the demo is too slow; so far:\n{self.text}")
+        if self.selector.select(0.01):
+            data = os.read(self.reader, 65536)
+            self.text += data.decode().replace("\r\r\n", "\n").replace("\r\n", "\n")
+            return bool(data)
+        return True
+
+    def expect(self, pattern):
+        """Waits for a match after all that was waited for before."""
+        while True:
+            match = re.compile(pattern).search(self.text, self.seen)
+            if match:
+                self.seen = match.end()
+                return match
+            if self.process.poll() is not None:
+                raise AssertionError(f"the demo ended before {pattern!r}:\n{self.text}")
+            self.read()
+
+    def type(self, keys):
+        os.write(self.reader, keys.encode())
+
+    def finish(self):
+        """Waits for the end; the exit status."""
+        if not self.terminal:
+            while self.read():
+                pass
+        while self.process.poll() is None:
+            self.read()
+        while self.terminal and self.selector.select(0):
+            self.read()
+        return self.process.returncode
+
+    def results(self):
+        return dict(ROW.findall(self.text))
+
+    def close(self):
+        if self.process.poll() is None:
+            os.killpg(self.process.pid, signal.SIGKILL)
+            self.process.wait()
+        self.selector.close()
+        os.close(self.reader)
+        if self.terminal:
+            os.close(self.terminal)
+
+
+@functools.lru_cache(maxsize=None)
+def reason_to_skip():
+    given = isolation.isolation()
+    if not (given.mounts and given.pids):
+        return "no private mounts and processes can be had here"
+    if os.environ.get("BOOTFORGE_HOST_SANITIZE"):
+        return "the sample host's root has no sanitizer's settings"
+    missing = [name for name in ("busybox", "ip", "openssl", "unshare", "setpriv")
+               if not shutil.which(name, path=os.environ["PATH"] + ":/usr/sbin:/sbin")]
+    return f"this machine lacks {', '.join(missing)}" if missing else None
+
+
+class DemoCase(host_case.HostCase):
+    def setUp(self):
+        super().setUp()
+        if reason_to_skip():
+            self.skipTest(reason_to_skip())
+        self.folder = tempfile.mkdtemp(prefix="sample-host-")
+        self.addCleanup(shutil.rmtree, self.folder)
+        self.demos = []
+
+    def demo(self, *arguments, **options):
+        demo = Demo(self.folder, *arguments, **options)
+        self.addCleanup(demo.close)
+        self.demos.append(demo)
+        return demo
+
+    def describe(self):
+        return "\n".join(f"=== {demo.process.args}\n{demo.text}" for demo in self.demos)
+
+    def assert_nothing_is_left(self):
+        self.assertEqual(os.listdir(self.folder), [])
+        self.assertEqual(isolation.mounts_below(self.folder), [])
+        left = []
+        for name in filter(str.isdigit, os.listdir("/proc")):
+            try:
+                with open(f"/proc/{name}/cmdline", "rb") as file:
+                    words = file.read()
+            except OSError:
+                continue
+            if os.fsencode(self.folder) in words:
+                left.append(words)
+        self.assertEqual(left, [])
+
+    def assert_terminal_is_restored(self, demo):
+        self.assertEqual(termios.tcgetattr(demo.terminal), demo.saved)
+        self.assertGreater(demo.text.rfind(SHOW), demo.text.rfind("\033[?25l"))
+
+    def copy_of_the_project(self):
+        copy = tempfile.mkdtemp(prefix="sample-host-project-")
+        self.addCleanup(shutil.rmtree, copy)
+        for part in PARTS:
+            shutil.copytree(f"{PROJECT}/{part}", f"{copy}/{part}", symlinks=True)
+        return copy
+
+
+class Boots(DemoCase):
+    def test_serial_and_parallel_runs_have_the_same_results_and_leave_nothing(self):
+        serial, parallel = self.demo("--daemons"), self.demo("--daemons", "--parallel")
+        for demo in (serial, parallel):
+            self.assertEqual(demo.finish(), 0)
+            self.assertIn("\n35 activated, 1 failed, 2 passed over; milestones without a provider: 1\n"
+                          "daemons: 6 of 7 started\n", demo.text)
+            self.assertIn("    | entropy_check: chi-squared of 65536 bytes is ", demo.text)
+            self.assertIn("<p>The daemons are up.\n", demo.text)
+        results = serial.results()
+        self.assertEqual(results, parallel.results())
+        self.assertEqual({name for name in results if results[name] != "activated"}, FAILING)
+        for name in ("inventory", "guest-dhcp", "host-ready"):
+            self.assertEqual(results[name], "activated")
+        self.assert_nothing_is_left()
+
+    def test_a_daemon_that_outlives_its_stop_is_told_by_the_exit_status(self):
+        copy = self.copy_of_the_project()
+        with open(f"{copy}/examples/host/etc/init.d/guest-web", "r+", encoding="utf-8") as script:
+            text = script.read().replace('service "$@"', '[ "$2" = stop ] || service "$@"')
+            script.seek(0)
+            script.write(text)
+        demo = self.demo("--daemons", project=copy)
+        self.assertEqual(demo.finish(), 1)
+        self.assertRegex(demo.text, r"\nprocess \d+ of daemon guest-web still lives: httpd -f ")
+        self.assert_nothing_is_left()
+
+
+class Operators(DemoCase):
+    def prompted(self, demo):
+        return demo.expect(r"current plugin: \033\[36m(\S+)\n.*\(s\)kip\S*\033\[\?25l")[1]
+
+    def test_every_answer_does_its_work_and_the_log_stays_out_of_the_prompt(self):
+        demo = self.demo("--interactive", interactive=True)
+        names = [self.prompted(demo)]
+        self.assertIn("upgrade-bootbank", demo.text[:demo.seen], "what makes the file systems ran")
+        demo.type("xe")
+        names.append(self.prompted(demo))
+        demo.type("t")
+        demo.expect(r"# ")
+        demo.type("echo $((6 * 7)) of $(tty); stty raw -echo; kill -9 $$\n")
+        demo.expect(r"\n42 of /dev/pts/\d\n")
+        names.append(self.prompted(demo))
+        demo.type("s")
+        names.append(self.prompted(demo))
+        demo.type("c")
+        self.assertEqual(demo.finish(), 0)
+        self.assertEqual(demo.text.count("current plugin: "), 4)
+        for name, letter in zip(names, "etsc"):
+            self.assertIn(prompt(name) + SHOW + answered(letter), demo.text)
+        self.assertIn(f"skipping plugin {names[2]} (interactive mode request)", demo.text)
+        self.assertIn(", 1 skipped by the operator, 2 passed over", demo.text)
+        self.assert_terminal_is_restored(demo)
+        self.assert_nothing_is_left()
+
+    def test_keys_typed_ahead_answer_one_prompt_each(self):
+        demo = self.demo("--interactive=", interactive=True)
+        self.prompted(demo)
+        demo.type("ees")
+        for _ in range(3):
+            self.prompted(demo)
+        demo.type("c")
+        self.assertEqual(demo.finish(), 0)
+        self.assertEqual([demo.text.count(answered(letter)) for letter in "etsc"], [2, 0, 1, 1])
+
+    def test_an_interrupt_at_the_prompt_ends_the_demo_and_puts_the_terminal_right(self):
+        demo = self.demo("--interactive", interactive=True)
+        self.prompted(demo)
+        demo.type("\x03")
+        self.assertEqual(demo.finish(), 130)
+        self.assertIn("Interrupted; plugins that had not ended: none", demo.text)
+        self.assert_terminal_is_restored(demo)
+        self.assert_nothing_is_left()
+
+    def test_input_that_is_no_terminal_is_refused_before_anything_is_made(self):
+        demo = self.demo("--interactive")
+        self.assertEqual(demo.finish(), 2)
+        self.assertEqual(demo.text, "demo: --interactive asks on a terminal: standard input and "
+                                    "output both have to be one\n")
+        self.assert_nothing_is_left()
+
+
+class Interruptions(DemoCase):
+    def test_nothing_is_left_when_the_daemons_run(self):
+        demo = self.demo("--daemons")
+        demo.expect(r"heartbeat started\.")
+        os.killpg(demo.process.pid, signal.SIGINT)
+        self.assertEqual(demo.finish(), 130)
+        self.assert_nothing_is_left()
+
+
+class Examples(DemoCase):
+    def test_the_makefiles_beside_the_native_plugins_build_them(self):
+        if not shutil.which("make"):
+            self.skipTest("this machine has no make")
+        copy = self.copy_of_the_project()
+        built = []
+        for language in ("c", "cpp"):
+            folder = f"{copy}/examples/native/{language}"
+            subprocess.run(["make", "-s", "-C", folder, f"CPPFLAGS=-I{PROJECT}/include"], check=True)
+            built += [name for name in os.listdir(folder) if name.endswith(".so")]
+        self.assertEqual(sorted(built),
+                         ["libentropy_check.so", "libinventory.so", "libswap_tuning.so"])
+
+
+if __name__ == "__main__":
+    host_case.main()
