@@ -27,9 +27,15 @@ class HostProcess:
             pass
 
     def descriptors(self):
-        """What its descriptors lead to, by their numbers."""
+        """What its descriptors lead to, by their numbers; without those closed meanwhile."""
         folder = f"/proc/{self.pid}/fd"
-        return {int(number): os.readlink(f"{folder}/{number}") for number in os.listdir(folder)}
+        found = {}
+        for number in os.listdir(folder):
+            try:
+                found[int(number)] = os.readlink(f"{folder}/{number}")
+            except FileNotFoundError:
+                continue
+        return found
 
     def signals(self, field):
         """The signals in a set of /proc/PID/status, for example those of SigIgn. Two that only the

@@ -228,7 +228,7 @@ TEST(PriorityLevels, GoUpToTheLargestNumber) {
 std::string orderOf(void (Node::*schedule)(Executor&)) {
   Journal journal;
   std::deque<Script> scripts;
-  for (const std::uint32_t priority : {30, 10, 20, 10, 25, 30}) {
+  for (const std::uint32_t priority : {30U, 10U, 20U, 10U, 25U, 30U}) {
     Script& script = scripts.emplace_back(std::to_string(priority), priority);
     script.onStart = script.onStop = [&journal, &script] { journal.add(script.name()); };
   }
