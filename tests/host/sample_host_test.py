@@ -28,7 +28,7 @@ class Demo:
     """One run of scripts/demo, with a terminal of its own if it is to be `interactive`."""
 
     def __init__(self, folder, *arguments, project=PROJECT, interactive=False):
-        self.text = ""
+        self.raw, self.text = b"", ""
         self.seen = 0
         self.terminal = self.saved = None
         if interactive:
@@ -53,7 +53,10 @@ class Demo:
             raise AssertionError(f"the demo is too slow; so far:\n{self.text}")
         if self.selector.select(0.01):
             data = os.read(self.reader, 65536)
-            self.text += data.decode().replace("\r\r\n", "\n").replace("\r\n", "\n")
+            self.raw += data
+            # There are two terminals in a row, each with its carriage return before a newline.
+            text = self.raw.decode(errors="ignore")
+            self.text = text.replace("\r\r\n", "\n").replace("\r\n", "\n")
             return bool(data)
         return True
 
