@@ -1,5 +1,5 @@
-// A native plugin in C++: writes down which host this is and what it is made of, anew for each version of the
-// plugin, and under the host's profile into the place that the profile's tools read.
+// A native plugin in C++: writes down which host this is and what it is made of, anew for each
+// version of the plugin, and under the host's profile into the place that the profile's tools read.
 
 #include <bootforge/plugin.h>
 #include <sys/utsname.h>
