@@ -113,13 +113,13 @@ def reason_to_skip():
 class DemoCase(host_case.HostCase):
     def setUp(self):
         super().setUp()
-        if reason_to_skip():
-            self.skipTest(reason_to_skip())
         self.folder = tempfile.mkdtemp(prefix="sample-host-")
         self.addCleanup(shutil.rmtree, self.folder)
         self.demos = []
 
-    def demo(self, *arguments, **options):
+    def demo(self, *arguments, makes_host=True, **options):
+        if makes_host and reason_to_skip():
+            self.skipTest(reason_to_skip())
         demo = Demo(self.folder, *arguments, **options)
         self.addCleanup(demo.close)
         self.demos.append(demo)
@@ -153,21 +153,25 @@ class DemoCase(host_case.HostCase):
             shutil.copytree(f"{PROJECT}/{part}", f"{copy}/{part}", symlinks=True)
         return copy
 
-
-class Boots(DemoCase):
-    def project_whose_web_server_does_not_stop(self):
+    def project_with(self, daemon, old, new):
+        """A copy of the project in which that daemon's script is another one."""
         copy = self.copy_of_the_project()
-        with open(f"{copy}/examples/host/etc/init.d/guest-web", "r+", encoding="utf-8") as script:
-            text = script.read().replace('service "$@"', '[ "$2" = stop ] || service "$@"')
-            script.seek(0)
-            script.write(text)
+        path = f"{copy}/examples/host/etc/init.d/{daemon}"
+        with open(path, encoding="utf-8") as script:
+            text = script.read()
+        self.assertEqual(text.count(old), 1)
+        with open(path, "w", encoding="utf-8") as script:
+            script.write(text.replace(old, new))
         return copy
 
+
+class Boots(DemoCase):
     def test_good_boots_agree_and_a_bad_one_is_told_and_all_leave_nothing(self):
         # Side by side, because each of them waits for its daemons most of the time.
         serial, parallel = self.demo("--daemons"), self.demo("--daemons", "--parallel")
         bad = self.demo("--daemons", "--parallel",
-                        project=self.project_whose_web_server_does_not_stop())
+                        project=self.project_with("guest-web", 'service "$@"',
+                                                  '[ "$2" = stop ] || service "$@"'))
         self.assertEqual(bad.finish(), 1)
         self.assertRegex(bad.text, r"\nprocess \d+ of daemon guest-web still lives: httpd -f ")
         for demo in (serial, parallel):
@@ -211,17 +215,8 @@ class Operators(DemoCase):
         self.assert_terminal_is_restored(demo)
         self.assert_nothing_is_left()
 
-    def test_an_interrupt_at_the_prompt_ends_the_demo_and_puts_the_terminal_right(self):
-        demo = self.demo("--interactive", interactive=True)
-        self.prompted(demo)
-        demo.type("\x03")
-        self.assertEqual(demo.finish(), 130)
-        self.assertIn("Interrupted; plugins that had not ended: none", demo.text)
-        self.assert_terminal_is_restored(demo)
-        self.assert_nothing_is_left()
-
     def test_input_that_is_no_terminal_is_refused_before_anything_is_made(self):
-        demo = self.demo("--interactive")
+        demo = self.demo("--interactive", makes_host=False)
         self.assertEqual(demo.finish(), 2)
         self.assertEqual(demo.text, "demo: --interactive asks on a terminal: standard input and "
                                     "output both have to be one\n")
@@ -229,11 +224,18 @@ class Operators(DemoCase):
 
 
 class Interruptions(DemoCase):
-    def test_nothing_is_left_when_the_daemons_run(self):
-        demo = self.demo("--daemons")
-        demo.expect(r"heartbeat started\.")
-        os.killpg(demo.process.pid, signal.SIGINT)
-        self.assertEqual(demo.finish(), 130)
+    def test_nothing_is_left_when_it_comes_at_the_prompt_or_while_daemons_run(self):
+        at_prompt = self.demo("--interactive", interactive=True)
+        with_daemons = self.demo("--daemons",
+                                 project=self.project_with("datastore", "usleep 1200000", "sleep 30"))
+        at_prompt.expect("current plugin: ")
+        at_prompt.type("\x03")
+        self.assertEqual(at_prompt.finish(), 130)
+        self.assertIn("Interrupted; plugins that had not ended: none", at_prompt.text)
+        self.assert_terminal_is_restored(at_prompt)
+        with_daemons.expect("executing start plugin: datastore")
+        os.killpg(with_daemons.process.pid, signal.SIGINT)
+        self.assertEqual(with_daemons.finish(), 130)
         self.assert_nothing_is_left()
 
 
@@ -245,7 +247,8 @@ class Examples(DemoCase):
         built = []
         for language in ("c", "cpp"):
             folder = f"{copy}/examples/native/{language}"
-            subprocess.run(["make", "-s", "-C", folder, f"CPPFLAGS=-I{PROJECT}/include"], check=True)
+            subprocess.run(["make", "-s", "-C", folder, f"CPPFLAGS=-I{PROJECT}/include"],
+                           check=True)
             built += [name for name in os.listdir(folder) if name.endswith(".so")]
         self.assertEqual(sorted(built),
                          ["libentropy_check.so", "libinventory.so", "libswap_tuning.so"])
