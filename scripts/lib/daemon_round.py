@@ -1,4 +1,4 @@
-"""The daemons' part of the demo: start them, look at them, use one, stop them, see that none is left."""
+"""The daemons' part of the demo: start, look at them, use one, stop, see that none is left."""
 
 import collections
 import re
@@ -63,7 +63,8 @@ def judge_stop(screen, daemons, stopped, processes):
     if order != sorted(order, reverse=True):
         problems.append(f"not stopped in reverse: {', '.join(stopped)}")
     if not problems:
-        print(screen.paint("green", "None of their processes is left. Order: ") + ", ".join(stopped))
+        print(screen.paint("green", "None of their processes is left."), "Order:",
+              ", ".join(stopped))
     return problems
 
 

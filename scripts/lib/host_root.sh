@@ -29,7 +29,7 @@ host_root_busybox() {
 import os, sys
 for name in sys.stdin.read().split():
     path = os.path.join(sys.argv[1], name)
-    if "/" in name and not os.path.lexists(path):  # not "linuxrc", which is for another kind of boot
+    if "/" in name and not os.path.lexists(path):  # without "linuxrc", for another kind of boot
         os.makedirs(os.path.dirname(path), exist_ok=True)
         os.symlink("/bin/busybox", path)
 ' "$root"

@@ -8,7 +8,7 @@ import subprocess
 
 
 class Gone(Exception):
-    """The host could not be made, or ended before it was told to; it has said why itself."""
+    """The host could not be made, and has said why itself, or ended before it was told to."""
 
 
 class HostSession:
@@ -60,6 +60,8 @@ class HostSession:
         message, descriptors, _, _ = socket.recv_fds(self.line, 4096, 1)
         if not message:
             raise Gone()
+        for fd in descriptors:
+            os.set_inheritable(fd, False)
         return json.loads(message), descriptors
 
     def _attend(self, source, receive, keyboard):

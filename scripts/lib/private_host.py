@@ -144,6 +144,8 @@ def listen(line, requests):
         message, descriptors, _, _ = socket.recv_fds(line, 65536, 1)
         if not message:
             os._exit(124)
+        for fd in descriptors:
+            os.set_inheritable(fd, False)  # but as the stream that it is to be
         requests.put((json.loads(message), descriptors))
 
 

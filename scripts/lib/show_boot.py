@@ -7,8 +7,8 @@ usage: show_boot.py [--interactive] [--daemons] [--kept] [--expect-failed NAME].
 
 The COMMAND of --host makes the directory ROOT a host (private_host.py); that of --boot boots it.
 --interactive gives the boot the terminal on standard input; --daemons starts the host's daemons
-afterwards, uses one of them, and stops them. Exit status: 0 when everything went as expected, 1 when
-it did not, 125 when the host could not be made.
+afterwards, uses one of them, and stops them. Exit status: 0 when everything went as expected, 1
+when it did not, 125 when the host could not be made.
 """
 
 import argparse
@@ -202,6 +202,7 @@ def main():
             if os.access(options.root + STATUS, os.X_OK):
                 status_text = host.output([STATUS])
     except host_session.Gone:
+        print("The host could not be made, or ended before its time.", file=sys.stderr)
         return 125
 
     report = boot_report.Report(options.root, boot_lines)

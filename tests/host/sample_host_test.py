@@ -176,8 +176,8 @@ class Boots(DemoCase):
         self.assertRegex(bad.text, r"\nprocess \d+ of daemon guest-web still lives: httpd -f ")
         for demo in (serial, parallel):
             self.assertEqual(demo.finish(), 0)
-            self.assertIn("\n35 activated, 1 failed, 2 passed over; milestones without a provider: 1\n"
-                          "daemons: 6 of 7 started\n", demo.text)
+            self.assertIn("\n35 activated, 1 failed, 2 passed over; milestones without a provider: "
+                          "1\ndaemons: 6 of 7 started\n", demo.text)
             self.assertIn("    | entropy_check: chi-squared of 65536 bytes is ", demo.text)
             self.assertIn("<p>The daemons are up.\n", demo.text)
         results = serial.results()
@@ -226,8 +226,8 @@ class Operators(DemoCase):
 class Interruptions(DemoCase):
     def test_nothing_is_left_when_it_comes_at_the_prompt_or_while_daemons_run(self):
         at_prompt = self.demo("--interactive", interactive=True)
-        with_daemons = self.demo("--daemons",
-                                 project=self.project_with("datastore", "usleep 1200000", "sleep 30"))
+        slow = self.project_with("datastore", "usleep 1200000", "sleep 30")
+        with_daemons = self.demo("--daemons", project=slow)
         at_prompt.expect("current plugin: ")
         at_prompt.type("\x03")
         self.assertEqual(at_prompt.finish(), 130)

@@ -8,8 +8,8 @@
 #
 # and ends with:  service "$@". The last two functions may be left out.
 #
-# The host calls SCRIPT ++group=init/NAME VERB, the group being the one that the daemon belongs to. A
-# person at the console may leave it out.
+# The host calls SCRIPT ++group=init/NAME VERB, the group being the one that the daemon belongs to.
+# A person at the console may leave it out.
 
 prepare() { :; }
 ready() { :; }
