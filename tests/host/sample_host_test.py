@@ -8,15 +8,19 @@ import selectors
 import shutil
 import signal
 import subprocess
+import sys
 import tempfile
 import termios
 import time
+import unittest
 
 import host_case
 import isolation
 from prompt_test import SHOW, answered, prompt
 
 PROJECT = os.path.realpath(os.path.join(os.path.dirname(__file__), "../.."))
+sys.path.append(f"{PROJECT}/scripts/lib")
+import operator_terminal  # pylint: disable=wrong-import-position
 BUILD = os.environ.get("BOOTFORGE_HOST_BUILD", "")
 LIMIT = 60  # seconds for one demo
 PARTS = ("scripts", "examples")  # of the project, which is what a demo with --build needs
@@ -221,6 +225,47 @@ class Operators(DemoCase):
         self.assertEqual(demo.text, "demo: --interactive asks on a terminal: standard input and "
                                     "output both have to be one\n")
         self.assert_nothing_is_left()
+
+
+class Pieces(unittest.TestCase):
+    """The program's output comes in pieces that begin and end anywhere."""
+
+    STAMP = "2026-03-05T07:04:09.000Z info bootforge[18]: "
+
+    def split_up(self, text, size):
+        """What is shown as it is, and what goes to the log, when it comes in such pieces."""
+        shown, logged = [], []
+        terminal = operator_terminal.OperatorTerminal(None, logged.append)
+        terminal.show = shown.append
+        data = text.encode()
+        for place in range(0, len(data), size):
+            terminal.receive(data[place:place + size])
+        terminal.finish()
+        return b"".join(shown).decode(), b"".join(logged).decode()
+
+    def check(self, text, shown, logged):
+        for size in (1, 2, 3, 7, 50, len(text)):
+            self.assertEqual(self.split_up(text, size), (shown, logged), f"pieces of {size}")
+
+    def test_the_log_waits_for_the_answer_and_follows_it(self):
+        skipping = f"{self.STAMP}skipping plugin two (interactive mode request)\r\n"
+        before, after = f"{self.STAMP}before\r\n", f"{self.STAMP}after\r\n"
+        self.check(before + prompt("two") + SHOW + skipping + answered("s") + after,
+                   prompt("two") + SHOW + answered("s"), before + skipping + after)
+
+    def test_what_a_shell_shows_is_no_log_until_it_has_ended(self):
+        asked = prompt("two") + SHOW + answered("t")
+        inside = (f"# cat log\r\n{self.STAMP}executing start plugin: one\r\n"
+                  "\033[2K# \033[2K2026 \033")
+        running = f"{self.STAMP}executing start plugin: two\r\n"
+        self.check(asked + inside + "\033[2K" + running, asked + inside + "\033[2K", running)
+
+    def test_a_shell_whose_last_words_are_mixed_with_others_has_ended_at_the_next_prompt(self):
+        asked = prompt("two") + SHOW + answered("t") + "\033[2Kfrom behind\r\n"
+        mixed = f"{self.STAMP}executing start plugin: two\r\n"
+        rest = prompt("three") + SHOW + answered("c")
+        text = asked + mixed + rest + mixed
+        self.assertEqual(self.split_up(text, len(text)), (asked + mixed + rest, mixed))
 
 
 class Interruptions(DemoCase):
