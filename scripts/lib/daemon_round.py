@@ -37,7 +37,7 @@ def show_daemons(screen, daemons, processes):
 
 def use_one(host, screen):
     screen.title(f"One of them, asked for {PAGE}")
-    page = host.output(["/usr/bin/timeout", "5", "/usr/bin/wget", "-q", "-O", "-", PAGE])
+    page = host.output(["/usr/bin/timeout", "20", "/usr/bin/wget", "-q", "-O", "-", PAGE])
     print(page.rstrip("\n") or "no answer")
     return [] if PAGE_HOLDS in page else [f"{PAGE} does not answer with '{PAGE_HOLDS}'"]
 
