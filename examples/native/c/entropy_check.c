@@ -27,7 +27,8 @@ static int draw(unsigned char* sample) {
 /* The chi-squared statistic of the byte values: near 255 when all are equally likely. */
 static double chi_squared(const unsigned char* sample) {
   unsigned counts[VALUES] = {0};
-  double expected = (double)SAMPLE / VALUES, sum = 0;
+  double expected = (double)SAMPLE / VALUES;
+  double sum = 0;
   for (size_t i = 0; i < SAMPLE; ++i) ++counts[sample[i]];
   for (size_t i = 0; i < VALUES; ++i) {
     double difference = counts[i] - expected;
