@@ -18,7 +18,9 @@
 namespace bootforge::bench {
 namespace {
 
-std::string pluginDirectory(std::int64_t count) { return "/bench/plugins/" + std::to_string(count); }
+std::string pluginDirectory(std::int64_t count) {
+  return "/bench/plugins/" + std::to_string(count);
+}
 
 /// Ten plugins in each layer, which open the milestone that the next layer waits for.
 void writePlugins(int count) {

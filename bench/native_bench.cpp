@@ -2,8 +2,8 @@
 //
 // "boot" is bootforge --init over a directory of copies of one small shared object: each is loaded
 // once to be described, and once more, in a process of its own, to be started. "floor" is
-// bench/floor_spawn with bench/bare_dlopen over the same objects, one process for each, with as many
-// workers.
+// bench/floor_spawn with bench/bare_dlopen over the same objects, one process for each, with as
+// many workers.
 //
 // "executor" is one start of the native executor, "bare" one of bench/bare_dlopen.
 

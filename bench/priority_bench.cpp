@@ -3,9 +3,9 @@
 // "stop").
 //
 // The scripts stand on "one" level, or each has a level of its own, made from the lowest to the
-// highest as the list of init scripts has them ("ascending"), in random order ("shuffled"), or below
-// one that is the highest and was made first, as after a script of a negative priority ("below").
-// Each pass runs in a process of its own that has made a few scripts before.
+// highest as the list of init scripts has them ("ascending"), in random order ("shuffled"), or
+// below one that is the highest and was made first, as after a script of a negative priority
+// ("below"). Each pass runs in a process of its own that has made a few scripts before.
 
 #include <benchmark/benchmark.h>
 
@@ -127,8 +127,8 @@ void registerAll(const std::string& name, Priorities (*priorities)(std::size_t))
   sizes(benchmark::RegisterBenchmark(named("build").c_str(), building, priorities));
   sizes(benchmark::RegisterBenchmark(named("start").c_str(), running, priorities,
                                      &Graph::runForward));
-  sizes(benchmark::RegisterBenchmark(named("stop").c_str(), running, priorities,
-                                     &Graph::runReverse));
+  sizes(
+      benchmark::RegisterBenchmark(named("stop").c_str(), running, priorities, &Graph::runReverse));
 }
 
 }  // namespace
