@@ -100,6 +100,7 @@ void running(benchmark::State& state, Priorities (*priorities)(std::size_t),
              void (Graph::*run)(Executor&) const) {
   const auto pass = [run](const Priorities& each) {
     std::unique_ptr<Graph> graph;
+    std::unique_ptr<Executor> executor;
     const auto prepare = [&] {
       warmUp();
       PluginList& scripts = newList();
@@ -108,11 +109,9 @@ void running(benchmark::State& state, Priorities (*priorities)(std::size_t),
       nodes.reserve(scripts.size());
       for (const auto& script : scripts) nodes.push_back(script.get());
       graph = std::make_unique<Graph>(std::move(nodes));
+      executor = std::make_unique<Executor>(1, false);
     };
-    return inFreshProcess(prepare, [&] {
-      Executor executor(1, false);
-      ((*graph).*run)(executor);
-    });
+    return inFreshProcess(prepare, [&] { ((*graph).*run)(*executor); });
   };
   measure(state, pass, priorities);
 }
