@@ -100,26 +100,24 @@ def print_comparisons(title, comparisons, found):
                      f"{ours.median / floor.median:.2f}", f"{ours.best / floor.best:.2f}",
                      f"<= {aim}" if aim else ""])
     if rows:
-        print(f"{title}\n")
+        print(f"## {title}\n")
         print_table(["what", "median", "against", "median", "ratio", "of minima", "aim"], rows)
 
 
 def print_scheduling(found):
     rows = []
     for shape in ("chain", "fan", "layered"):
-        for workers in ("floor", 1, 2, 4):
-            names = [f"floorOf/{shape}/{size}" if workers == "floor" else
-                     f"scheduling/{shape}/{size}/{workers}" for size in (10**3, 10**4, 10**5, 10**6)]
-            nodes = [found[name] if name in found else None for name in names]
-            if not any(nodes):
-                continue
-            kind = "a lock and a queue" if workers == "floor" else f"workers: {workers}"
-            rows.append([shape, kind, *(f"{node.median / node.size * 1e9:.0f} "
-                                        f"({node.best / node.size * 1e9:.0f})" if node else ""
-                                        for node in nodes)])
+        for size in (10**3, 10**4, 10**5, 10**6):
+            names = [f"floorOf/{shape}/{size}",
+                     *(f"scheduling/{shape}/{size}/{workers}" for workers in (1, 2, 4))]
+            if all(name in found for name in names):
+                nodes = [found[name] for name in names]
+                rows.append([f"{shape}, {size:,}", *(f"{node.median / size * 1e9:.0f} "
+                                                     f"({node.best / size * 1e9:.0f})"
+                                                     for node in nodes)])
     if rows:
-        print("Scheduling, nanoseconds for each node: median (minimum); aim: 150, flat\n")
-        print_table(["shape", "", "1,000", "10,000", "100,000", "1,000,000"], rows)
+        print("## Scheduling\n\nNanoseconds for each node, median (minimum); aim: 150, flat\n")
+        print_table(["shape, nodes", "floor", "1 worker", "2 workers", "4 workers"], rows)
 
 
 # How much more a script may cost among 10,000 than among fewer: as the logarithms grow.
@@ -140,19 +138,28 @@ def print_levels(found):
             rows.append([scripts, step, *(f"{seconds * 1e9:.0f}" for seconds in each),
                          *(f"{each[2] / each[i]:.2f} ({best[2] / best[i]:.2f})" for i in (0, 1))])
     if rows:
-        print("Levels of priority, nanoseconds for each script, median; ratio (of minima)\n")
+        print("## Levels of priority\n\n"
+              "Nanoseconds for each script, median; ratio (of minima)\n")
         print_table(["scripts on", "", "100", "1,000", "10,000",
                      *(f"10,000 against {size:,}, aim <= {aim}"
                        for size, aim in LEVEL_AIMS.items())], rows)
 
 
 def print_memory(found):
-    rows = [[f"{name} of a boot of 1,000 plugins",
-             f"{found['boot/serial/1000'].most(counter) / 1024:.1f} MiB", "< 8 MiB"]
-            for name, counter in (("bootforge", "peak_kib"), ("its executor", "executor_peak_kib"))
-            if "boot/serial/1000" in found]
+    rows = []
+    for program, run, name, counter, aim in (
+            ("bootforge", "a boot of 1,000 plugins", "boot/serial/1000", "peak_kib", "< 8 MiB"),
+            ("the CLI executor", "a boot of 1,000 plugins", "boot/serial/1000",
+             "executor_peak_kib", "< 8 MiB"),
+            ("bootforge", "a start of 1,000 daemons", "daemons/shell/start/wait/serial/1000",
+             "peak_kib", ""),
+            ("bootforge", "a boot of 1,000 native plugins", "native/boot/serial/1000",
+             "peak_kib", "")):
+        if name in found:
+            rows.append([f"{program} in {run}", f"{found[name].most(counter) / 1024:.1f} MiB", aim])
     if rows:
-        print_table(["peak memory", "", "aim"], rows)
+        print("## Peak memory\n")
+        print_table(["what", "most", "aim"], rows)
 
 
 def print_all(results):
@@ -162,7 +169,7 @@ def print_all(results):
     print_comparisons("Reading descriptions", DESCRIPTIONS, found)
     print_comparisons("Commands", COMMANDS, found)
     print_comparisons("Whole boots and start-up", BOOTS, found)
-    print_memory(found)
     print_comparisons("Daemons", DAEMON_STARTS, found)
     print_comparisons("Stopping daemons", DAEMON_STOPS, found)
     print_comparisons("Native plugins", NATIVE, found)
+    print_memory(found)
