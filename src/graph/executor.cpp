@@ -1,6 +1,6 @@
 #include "graph/executor.h"
 
-#include <system_error>
+#include <exception>
 
 #include "graph/node.h"
 #include "util/exception.h"
@@ -18,7 +18,7 @@ Executor::Executor(std::int32_t threads, bool randomize)
   threads_.reserve(wanted);
   try {
     while (threads_.size() < wanted) threads_.emplace_back([this] { work(); });
-  } catch (const std::system_error&) {
+  } catch (const std::exception&) {  // no thread, or no memory for one
     stop();
     throw Exception("Could not create enough execution threads. (" +
                     std::to_string(threads_.size()) + " created, " + std::to_string(threads) +

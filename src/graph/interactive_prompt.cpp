@@ -54,6 +54,12 @@ void show(std::string_view text) {
   while (!text.empty()) {
     const ssize_t count =
         retryInterrupted([&] { return ::write(STDOUT_FILENO, text.data(), text.size()); });
+    if (count < 0 && errno == EAGAIN) {
+      // Somebody who shares the console made it non-blocking; a full one is still waited for.
+      pollfd writable{STDOUT_FILENO, POLLOUT, 0};
+      ::poll(&writable, 1, -1);
+      continue;
+    }
     if (count < 0) return;
     text.remove_prefix(static_cast<std::size_t>(count));
   }

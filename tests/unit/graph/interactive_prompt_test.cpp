@@ -1,6 +1,7 @@
 // The operator's prompt: what it shows, what it does to the terminals, what each answer brings.
 #include "graph/interactive_prompt.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -11,6 +12,7 @@
 #include <csignal>
 #include <cstdio>
 #include <string>
+#include <thread>
 
 #include "main/run_options.h"
 #include "tests/double/faults.h"
@@ -153,6 +155,32 @@ TEST_F(InteractivePrompt, AReadThatFailsIsRepeated) {
 }
 
 // --- the terminals
+
+TEST_F(InteractivePrompt, IsWaitedForByANonBlockingConsoleThatIsFull) {
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  const UniqueFd readEnd(ends[0]);
+  std::string shown;
+  std::size_t stuffing = 0;
+  typing("e", [&] {
+    UniqueFd writeEnd(ends[1]);
+    ::fcntl(writeEnd.get(), F_SETFL, O_NONBLOCK);
+    ::dup2(writeEnd.get(), STDOUT_FILENO);
+    while (::write(writeEnd.get(), "x", 1) == 1) ++stuffing;
+    EXPECT_EQ(errno, EAGAIN);
+    std::thread reader([&] {
+      char chunk[4096];
+      for (ssize_t count; (count = ::read(readEnd.get(), chunk, sizeof chunk)) > 0;) {
+        shown.append(chunk, static_cast<std::size_t>(count));
+      }
+    });
+    EXPECT_EQ(promptFor("net"), PromptAnswer::Activate);
+    ::dup2(STDERR_FILENO, STDOUT_FILENO);
+    writeEnd.reset();  // the reader is at the end now
+    reader.join();
+  });
+  EXPECT_EQ(shown.substr(stuffing), kPrompt + kExecuted);
+}
 
 TEST_F(InteractivePrompt, ATerminalThatCannotBeActivatedIsWaitedFor) {
   terminalCalls().activates = false;
