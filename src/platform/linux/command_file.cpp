@@ -6,6 +6,8 @@
 #include <initializer_list>
 #include <stdexcept>
 
+#include "util/json_comments.h"
+
 namespace host_linux {
 namespace {
 
@@ -17,9 +19,10 @@ namespace json = boost::json;
 
 std::string quoted(std::string_view text) { return '"' + std::string(text) + '"'; }
 
-json::value parseJson(std::string_view text) {
+json::value parseJson(std::string_view file) {
+  std::string text(file);
+  bootforge::blankComments(text);
   json::parse_options options;
-  options.allow_comments = true;
   options.allow_invalid_utf8 = true;
   options.max_depth = 4096;
   json::stream_parser parser({}, options);
@@ -28,10 +31,8 @@ json::value parseJson(std::string_view text) {
   if (!error && used < text.size()) error = json::error::extra_data;
   if (!error) parser.finish(error);
   if (!error) return parser.release();
-  // After a bad comment in the place of a value the parser does not know where it is: the count
-  // that it gives is no count then.
-  if (used > text.size()) fail("", error.message());
-  auto line = 1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(used), '\n');
+  // Counted in the file itself: a comment there may have several lines.
+  auto line = 1 + std::count(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(used), '\n');
   fail("line " + std::to_string(line), error.message());
 }
 

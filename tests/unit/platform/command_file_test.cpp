@@ -99,9 +99,26 @@ TEST(CommandFile, IsBadWithTheLineOfTheMistakeWhenItIsNoJson) {
   EXPECT_EQ(reasonAgainst("{\"namespace\": \"n\", \"commands\": {}} // the end\n"), "");
 }
 
-TEST(CommandFile, IsBadWithoutALineWhenACommentInThePlaceOfAValueIsNone) {
-  EXPECT_EQ(reasonAgainst(R"({"namespace": /x)"), "syntax error");
-  EXPECT_EQ(reasonAgainst(R"({"namespace": /* x)"), "incomplete JSON");
+TEST(CommandFile, MayHoldCommentsOfAnyShape) {
+  for (const std::string comment :
+       {"/**/", "/***/", "/****/", "/*****/", "/* **/", "/** text **/", "/* ** */", "/*/*/",
+        "/*\n * \"quoted\n */", "//\n", "///\n", "// \"\n", "//*/\n"}) {
+    std::string text;
+    for (const char* part :
+         {"{", "\"namespace\"", ":", "\"/*n*/\"", ",", "\"commands\"", ":", "{}", "}"}) {
+      text += comment + part;
+    }
+    EXPECT_EQ(reasonAgainst(text + comment), "") << text;
+  }
+}
+
+TEST(CommandFile, IsBadWithTheLineOfTheMistakeAlsoBehindCommentsOfSeveralLines) {
+  EXPECT_EQ(reasonAgainst("/*\n\n*/{ // x\n oops}"), "line 4: syntax error");
+}
+
+TEST(CommandFile, IsBadWhenACommentInThePlaceOfAValueIsNone) {
+  EXPECT_EQ(reasonAgainst(R"({"namespace": /x)"), "line 1: syntax error");
+  EXPECT_EQ(reasonAgainst(R"({"namespace": /* x)"), "line 1: incomplete JSON");
   EXPECT_EQ(reasonAgainst(R"({"commands": [ /usr/bin/x ]})"), "line 1: syntax error");
 }
 
