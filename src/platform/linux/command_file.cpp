@@ -61,13 +61,15 @@ bool boolOr(const json::object& object, std::string_view key, const std::string&
   return value->get_bool();
 }
 
-/// A misspelt key would otherwise change nothing in silence.
-void allowOnly(std::initializer_list<std::string_view> keys, const json::object& object,
-               const std::string& where) {
+using Remarks = std::vector<std::string>;
+
+/// Remarks on keys that mean nothing: a misspelt one would otherwise change nothing in silence.
+void expectOnly(std::initializer_list<std::string_view> keys, const json::object& object,
+                const std::string& where, Remarks& remarks) {
   for (const json::key_value_pair& entry : object) {
     std::string_view key = entry.key();
     if (std::find(keys.begin(), keys.end(), key) == keys.end()) {
-      fail(where, "unknown key " + quoted(key));
+      remarks.push_back((where.empty() ? "" : where + ": ") + "unknown key " + quoted(key));
     }
   }
 }
@@ -79,12 +81,13 @@ bool isWord(std::string_view text) {
   });
 }
 
-Parameter readParameter(std::string_view name, const json::value& value, const std::string& where) {
+Parameter readParameter(std::string_view name, const json::value& value, const std::string& where,
+                        Remarks& remarks) {
   if (!isWord(name) || name.find_first_of("={}") != std::string_view::npos) {
     fail(where, "this is no name for a parameter");
   }
   const json::object& object = asObject(value, where);
-  allowOnly({"short", "required", "flag", "summary"}, object, where);
+  expectOnly({"short", "required", "flag", "summary"}, object, where, remarks);
   Parameter parameter;
   parameter.name = name;
   parameter.shortName = stringOr(object, "short", where);
@@ -136,15 +139,15 @@ void readExec(const json::object& object, const std::string& where, Command* com
   command->arguments.erase(command->arguments.begin());
 }
 
-Command readCommand(const json::value& value, const std::string& where) {
+Command readCommand(const json::value& value, const std::string& where, Remarks& remarks) {
   const json::object& object = asObject(value, where);
-  allowOnly({"summary", "parameters", "exec"}, object, where);
+  expectOnly({"summary", "parameters", "exec"}, object, where, remarks);
   Command command;
   command.summary = stringOr(object, "summary", where);
   if (const json::value* parameters = object.if_contains("parameters")) {
     for (const json::key_value_pair& entry : asObject(*parameters, where + ": \"parameters\"")) {
-      command.parameters.push_back(
-          readParameter(entry.key(), entry.value(), where + ": parameter " + quoted(entry.key())));
+      command.parameters.push_back(readParameter(
+          entry.key(), entry.value(), where + ": parameter " + quoted(entry.key()), remarks));
     }
     checkNames(command.parameters, where);
   }
@@ -174,15 +177,15 @@ std::vector<std::string> readNamespace(const json::object& file) {
 CommandFile parseCommandFile(std::string_view text) {
   json::value root = parseJson(text);
   const json::object& object = asObject(root, "the file");
-  allowOnly({"namespace", "commands"}, object, "");
   CommandFile file;
+  expectOnly({"namespace", "commands"}, object, "", file.remarks);
   file.nameSpace = readNamespace(object);
   const json::value* commands = object.if_contains("commands");
   if (!commands) fail("", "\"commands\" is missing");
   for (const json::key_value_pair& entry : asObject(*commands, "\"commands\"")) {
     std::string where = "command " + quoted(entry.key());
     if (!isWord(entry.key())) fail(where, "this is no word of a command line");
-    file.commands.emplace_back(entry.key(), readCommand(entry.value(), where));
+    file.commands.emplace_back(entry.key(), readCommand(entry.value(), where, file.remarks));
   }
   return file;
 }

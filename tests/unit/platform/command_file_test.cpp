@@ -136,12 +136,30 @@ TEST(CommandFile, IsBadWithoutItsTwoKeys) {
   EXPECT_EQ(reasonAgainst(R"({"namespace": "n", "commands": []})"), "\"commands\": is no object");
 }
 
-TEST(CommandFile, IsBadWithAKeyThatMeansNothing) {
-  EXPECT_EQ(reasonAgainst(R"({"namespace": "n", "comands": {}})"), "unknown key \"comands\"");
-  EXPECT_EQ(reasonAgainstCommand(R"({"exec": ["/x"], "sumary": ""})"),
-            "command \"c\": unknown key \"sumary\"");
-  EXPECT_EQ(reasonAgainstParameter(R"({"requird": true})"),
-            "command \"c\": parameter \"p\": unknown key \"requird\"");
+TEST(CommandFile, RemarksOnEachKeyThatMeansNothingAndIsNoneTheWorseForIt) {
+  CommandFile file = parseCommandFile(R"({
+    "version": 2,
+    "namespace": "n",
+    "commands": {"c": {
+      "parameters": {"p": {"requird": true, "short": "q"}},
+      "exec": ["/x", "{p}"],
+      "sumary": []
+    }}
+  })");
+  EXPECT_EQ(file.remarks, (Words{"unknown key \"version\"", "command \"c\": unknown key \"sumary\"",
+                                 "command \"c\": parameter \"p\": unknown key \"requird\""}));
+  ASSERT_EQ(file.commands.size(), 1U);
+  const Command& command = file.commands[0].second;
+  EXPECT_EQ(command.arguments.size(), 1U);
+  EXPECT_EQ(command.parameters.at(0).shortName, "q");
+  EXPECT_FALSE(command.parameters.at(0).required);
+}
+
+TEST(CommandFile, IsWithoutRemarksWhenItHasTheKnownKeysOnly) {
+  EXPECT_EQ(parseCommandFile(R"({"namespace": "n", "commands": {"c": {"summary": "", "exec": ["/x"],
+              "parameters": {"p": {"short": "q", "required": true, "flag": true, "summary": ""}}}}})")
+                .remarks,
+            Words());
 }
 
 TEST(CommandFile, IsBadWithANamespaceThatNoCommandLineCanName) {
