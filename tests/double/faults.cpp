@@ -1,6 +1,7 @@
 #include "tests/double/faults.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/mman.h>
@@ -50,6 +51,7 @@ enum Call : std::size_t {
   kCalloc,
   kSnprintf,
   kSignal,
+  kPoll,
   kCalls
 };
 
@@ -58,7 +60,7 @@ constexpr std::string_view kNames[] = {
     "send",           "fork",     "waitpid", "daemon", "rename", "chmod",
     "stat",           "mkstemp",  "fsync",   "read",   "close",  "pthread_cond_init",
     "pthread_create", "dup2",     "open",    "kill",   "chdir",  "setsid",
-    "calloc",         "snprintf", "signal"};
+    "calloc",         "snprintf", "signal",  "poll"};
 static_assert(std::size(kNames) == kCalls);
 
 /// One call's plan and counts.
@@ -370,6 +372,11 @@ int __wrap_snprintf(char* buffer, std::size_t size, const char* format, ...) {
 sighandler_t __real_signal(int, sighandler_t);
 sighandler_t __wrap_signal(int number, sighandler_t handler) {
   return perform(kSignal, SIG_ERR, [&] { return __real_signal(number, handler); });
+}
+
+int __real_poll(pollfd*, nfds_t, int);
+int __wrap_poll(pollfd* watched, nfds_t count, int milliseconds) {
+  return perform(kPoll, -1, [&] { return __real_poll(watched, count, milliseconds); });
 }
 
 int __real_sigaction(int, const struct sigaction*, struct sigaction*);

@@ -20,6 +20,12 @@ using std::chrono::steady_clock;
 
 class DaemonCommandTest : public DaemonTest {
  protected:
+  /// A poll costs no time from here on: its sleep is interrupted at once.
+  static void withoutSleep() { doubles::failCall("poll", {.error = EINTR, .times = 10000}); }
+
+  /// Ends a script that waits at a FIFO, or is about to.
+  static void letGo(const char* fifo) { const UniqueFd end(::open(fifo, O_WRONLY | O_CLOEXEC)); }
+
   RunOptions& options_ = RunOptions::instance();
 };
 
@@ -112,6 +118,31 @@ TEST_F(DaemonCommandTest, AScriptOverItsTimeHasTimedOutWhenWaitingWasAskedFor) {
   EXPECT_EQ(doubles::callCount("waitpid"), 100);
   // The script was left alone; it ends now.
   const UniqueFd end(::open("/tmp/never", O_RDWR | O_CLOEXEC));
+}
+
+TEST_F(DaemonCommandTest, AScriptOverItsTimeCountsAsSuccessfulWhenNobodyWaits) {
+  options_.daemonWait = false;
+  options_.daemonWaitTimeout = 1;  // says nothing then
+  ASSERT_EQ(::mkfifo("/tmp/never", 0600), 0);
+  const std::string path = script("slow", "read line < /tmp/never");
+  withoutSleep();
+  runDaemonCommand(path + " start");
+  EXPECT_EQ(doubles::callCount("waitpid"), 1000);
+  EXPECT_THAT(records(), ElementsAre());
+  letGo("/tmp/never");
+}
+
+TEST_F(DaemonCommandTest, TheBudgetIsCountedInThirtyTwoBits) {
+  options_.daemonWait = true;
+  // Milliseconds that do not fit: 4294968000 is 704 above the limit, which makes 71 polls.
+  options_.daemonWaitTimeout = 4294968;
+  ASSERT_EQ(::mkfifo("/tmp/never", 0600), 0);
+  const std::string path = script("slow", "read line < /tmp/never");
+  withoutSleep();
+  EXPECT_EQ(failureOf([&] { runDaemonCommand(path); }),
+            "Execution of command: '" + path + "' timed out.");
+  EXPECT_EQ(doubles::callCount("waitpid"), 71);
+  letGo("/tmp/never");
 }
 
 TEST_F(DaemonCommandTest, AQuickScriptDoesNotCostAWholePoll) {
