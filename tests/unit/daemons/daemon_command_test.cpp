@@ -44,6 +44,21 @@ TEST_F(DaemonCommandTest, TheChildStandsInTheRootWithTheGivenEnvironment) {
   EXPECT_EQ(readFile("/tmp/place"), "/\nfrom the run options\n");
 }
 
+TEST_F(DaemonCommandTest, TheChildHasTheRealUserAndGroup) {
+  const std::string path = script("owner", "echo > /tmp/owned");
+  ASSERT_EQ(::chmod("/", 0755), 0);
+  ASSERT_EQ(::chmod("/tmp", 01777), 0);
+  constexpr id_t kNobody = 65534;
+  if (::setegid(kNobody) != 0) GTEST_SKIP() << "there is no other group here";
+  if (::seteuid(kNobody) == 0) runDaemonCommand(path);
+  EXPECT_EQ(::seteuid(::getuid()), 0);
+  EXPECT_EQ(::setegid(::getgid()), 0);
+  struct stat status {};
+  ASSERT_EQ(::stat("/tmp/owned", &status), 0);
+  EXPECT_EQ(status.st_uid, ::getuid());
+  EXPECT_EQ(status.st_gid, ::getgid());
+}
+
 TEST_F(DaemonCommandTest, StandardErrorGoesToTheLogSocketOrElseToTheNullDevice) {
   // A socket cannot be opened by its name, so the null device takes its place.
   const UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
