@@ -8,7 +8,8 @@ import re
 import time
 
 LOG_LINE = re.compile(r"(\S+Z) (\w+) bootforge\[(\d+)\]: (.*)", re.DOTALL)
-PROFILE_LINE = re.compile(r"\[(\S+ \S+)\.(\d{6}) - (\S+ \S+)\.(\d{6})\] sysboot: (.*)")
+PROFILE_LINE = re.compile(r"\[(\S+ \S+)\.(\d{6}) - (\S+ \S+)\.(\d{6})\] (sysboot|daemon): (.*)")
+SKIPPED = re.compile(r"skipping plugin (.*) \(interactive mode request\)")
 UNPROVIDED = re.compile(r'.*Initialization barrier "(.*)" is not provided by any plugin .*: (".*")')
 
 
@@ -17,7 +18,8 @@ def microseconds(date, fraction):
 
 
 class Run:
-    """One plugin's activation; times in microseconds since the epoch, 0 = never taken."""
+    """One activation, of a plugin or a daemon; times in microseconds since the epoch, 0 = never
+    taken."""
 
     def __init__(self, name, start, end):
         self.name, self.start, self.end = name, start, end
@@ -37,9 +39,10 @@ class Report:
         self.log = [match.groups() for match in map(LOG_LINE.match, log) if match]
         self.executor_log = [match.groups() for match in map(
             LOG_LINE.match, self.lines("/var/log/bootforge-hypcli-stdout.log")) if match]
-        self.settings = []
-        self.runs = self.read_profile()
-        self.read_results()
+        self.skipped = {match[1] for match in map(SKIPPED.fullmatch, self.texts()) if match}
+        self.runs = self.read_profile("sysboot")
+        self.daemons = self.read_profile("daemon")
+        self.read_results(self.runs + self.daemons)
         self.unprovided = dict(
             match.groups() for match in (UNPROVIDED.match(text) for text in self.texts()) if match)
         self.passed_over = [text for text in self.texts() if text.startswith("ignoring plugin '")]
@@ -62,21 +65,26 @@ class Report:
     def failed(self):
         return [run for run in self.runs if run.result == "failed"]
 
-    def read_profile(self):
-        """The runs in the order in which they began."""
-        runs = []
+    def failed_daemons(self):
+        return [run for run in self.daemons if run.result == "failed"]
+
+    def read_profile(self, kind):
+        """The runs in the order in which they began. Of daemons, which have a section for each run
+        of the program, those of the first: stopping is not timed."""
+        runs = {}
         for line in self.lines("/var/log/sysboot.log"):
             match = PROFILE_LINE.fullmatch(line)
-            if match:
-                start, start_us, end, end_us, name = match.groups()
-                runs.append(Run(name, microseconds(start, start_us), microseconds(end, end_us)))
-            else:
-                self.settings.append(line.strip())
-        return sorted(runs, key=lambda run: run.start)
+            if match and match[5] == kind:
+                start, start_us, end, end_us, _, name = match.groups()
+                run = Run(name, microseconds(start, start_us), microseconds(end, end_us))
+                if name in self.skipped:
+                    run.start, run.result = 0, "skipped"
+                runs.setdefault(name, run)
+        return sorted(runs.values(), key=lambda run: run.start)
 
-    def read_results(self):
+    def read_results(self, runs):
         """How each run ended stands in the kernel's log."""
-        by_name = {run.name: run for run in self.runs}
+        by_name = {run.name: run for run in runs}
         for line in self.lines("/var/log/kernel.log"):
             text = line.partition("bootforge: ")[2]
             match = re.fullmatch(r"Bootforge plugin (.*?) activat(ed\.|ion failed: (.*))", text)
@@ -135,6 +143,6 @@ class Report:
             return ""
 
     def plugin_files(self):
-        """Names of the plugins that have a description."""
-        return sorted(name[:-len(".json")] for name in os.listdir(
-            self.path("/usr/libexec/bootforge/plugins")) if name.endswith(".json"))
+        """Names of the files that should each be a plugin."""
+        return sorted(name for name in os.listdir(self.path("/usr/libexec/bootforge/plugins"))
+                      if name.endswith((".json", ".so")))

@@ -4,6 +4,7 @@
 // worker that holds the graph lock. It never execs, so it may use nothing that another thread can
 // have had locked at the fork: of the program it uses this folder, and of the rest the log and the
 // C library's allocator, whose locks are held across a fork.
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -26,6 +27,7 @@ namespace {
 constexpr const char* kOutputFile = "/var/log/bootforge-hypcli-stdout.log";
 constexpr const char* kProcessName = "bootforge-cli";
 constexpr int kBacklog = 16;
+constexpr int kPauseMilliseconds = 100;
 
 // What the poll loop is told about the listening socket.
 constexpr int kClassSet = 1;
@@ -44,6 +46,9 @@ void handleConnection(void* clientData) {
     const int error = errno;
     Log_Level(3, "Error accepting connection on contol socket - %s\n\n",
               systemErrorText(error).c_str());
+    // The connection goes on waiting, so the loop comes back at once. Out of descriptors or memory
+    // that would do nothing but fill the disk with this line.
+    ::poll(nullptr, 0, kPauseMilliseconds);
     return;
   }
   if (!handleRequest(connection)) return;

@@ -16,8 +16,6 @@ class Graph {
  public:
   explicit Graph(std::vector<Node*> nodes) : nodes_(std::move(nodes)) {}
 
-  const std::vector<Node*>& nodes() const { return nodes_; }
-
   /// Runs every node after all of its prerequisites and returns when the last one is done. No node
   /// starts before all of them have been scheduled, so the first choice is made among all that are
   /// ready. Blocks for ever when the graph has a cycle.

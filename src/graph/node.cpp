@@ -32,6 +32,8 @@ constinit const Node::Pass Node::kReverse = {
     State::ReverseQueued, State::ReverseDone,    &Node::runReverse,
 };
 
+std::size_t Node::destroyed_ = 0;
+
 Node::Node(std::string name, std::uint32_t schedulingClass)
     : schedulingClass_(schedulingClass),
       finished_("Condition variable for Node could not be initialized"),
@@ -39,6 +41,7 @@ Node::Node(std::string name, std::uint32_t schedulingClass)
 
 Node::~Node() {
   ScopedLock lock(graphLock);
+  ++destroyed_;
   // Nodes are taken apart in the reverse order of their making, so the search begins at the end.
   const auto forget = [this](List& list) {
     const auto entry = std::find(list.rbegin(), list.rend(), this);

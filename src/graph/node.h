@@ -19,8 +19,7 @@
 //
 //   Idle            set by the constructor. The node is being linked (main thread).
 //   ForwardWaiting  set by scheduleForward, called by the main thread for every plugin and from
-//   there
-//                   for every idle ancestor. The node stands in no queue.
+//                   there for every idle ancestor. The node stands in no queue.
 //   ForwardQueued   set by scheduleForward when every prerequisite counts as finished: by the main
 //                   thread, or by the worker that has just finished the last of them. The node
 //                   stands in the executor's queue, and keeps this state while a worker runs it.
@@ -105,6 +104,9 @@ class Node {
   /// Marks the node as done without running it, offering or waking anybody. Takes the graph lock.
   void markForwardDone();
 
+  /// How many nodes are gone: whoever remembers what stands in a list compares it.
+  static std::size_t destroyedCount() REQUIRES(graphLock) { return destroyed_; }
+
   /// The second key of the executor's choice: the longest chain of nodes that still waits behind
   /// this one in its pass. Computed on first use.
   std::int32_t schedulingWeight() REQUIRES(graphLock);
@@ -141,6 +143,8 @@ class Node {
   void wait(State done) EXCLUDES(graphLock);
   static std::int32_t longestChain(Node& start, List Node::*next, std::int32_t Node::*length)
       REQUIRES(graphLock);
+
+  static std::size_t destroyed_ GUARDED_BY(graphLock);
 
   // Constant after construction.
   const std::uint32_t schedulingClass_;

@@ -18,8 +18,8 @@ std::vector<std::uint32_t>& levels() REQUIRES(graphLock) {
 }
 
 // The barrier of a level that stands in the list; each is registered, so it is always found.
-InitBarrier& barrierOf(std::uint32_t priority) {
-  return *lookupBarrier(priorityBarrierName(priority), false);
+PriorityBarrier& barrierOf(std::uint32_t priority) {
+  return dynamic_cast<PriorityBarrier&>(*lookupBarrier(priorityBarrierName(priority), false));
 }
 
 }  // namespace
@@ -31,15 +31,23 @@ PriorityBarrier::PriorityBarrier(std::uint32_t priority)
   const auto place = list.insert(std::lower_bound(list.begin(), list.end(), priority), priority);
   if (place != list.begin()) addPrerequisite(barrierOf(*std::prev(place)));
   if (std::next(place) != list.end()) {
-    InitBarrier& higher = barrierOf(*std::next(place));
-    // A copy, because linking the barrier itself appends to its list.
-    const List waiting = higher.prerequisites();
-    for (Node* node : waiting) {
-      if (dynamic_cast<Plugin*>(node) != nullptr) addDependent(*node);
-    }
+    PriorityBarrier& higher = barrierOf(*std::next(place));
+    for (Node* plugin : higher.plugins()) addDependent(*plugin);
     addDependent(higher);
   }
   registerBarrier(*this, name());
+}
+
+const Node::List& PriorityBarrier::plugins() {
+  if (destroyedBefore_ != destroyedCount()) {
+    destroyedBefore_ = destroyedCount();
+    plugins_.clear();
+    looked_ = 0;
+  }
+  for (const List& all = prerequisites(); looked_ < all.size(); ++looked_) {
+    if (dynamic_cast<Plugin*>(all[looked_]) != nullptr) plugins_.push_back(all[looked_]);
+  }
+  return plugins_;
 }
 
 std::string priorityBarrierName(std::uint32_t priority) {

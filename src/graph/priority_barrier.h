@@ -28,7 +28,15 @@ class PriorityBarrier : public InitBarrier {
  private:
   friend void attachToPriority(PriorityBarrier& barrier, Node& script);
 
+  /// The plugins among the prerequisites, in list order.
+  const List& plugins() REQUIRES(graphLock);
+
   std::int32_t levelIndex_ GUARDED_BY(graphLock) = -1;  // where the list of levels last held it
+  // What plugins() has found among so many prerequisites. A level below which thousands are made
+  // has thousands of them: it is not walked from the front for each.
+  List plugins_ GUARDED_BY(graphLock);
+  std::size_t looked_ GUARDED_BY(graphLock) = 0;
+  std::size_t destroyedBefore_ GUARDED_BY(graphLock) = 0;
   const std::uint32_t priority_;
 };
 

@@ -171,6 +171,8 @@ class Boot {
     if (const int error = HvkSyscall_ProcessorCount(&processors); error != 0) {
       Log_Level(3, "unable to obtain the processor count: %s.\n", systemErrorText(error).c_str());
     }
+    // Without a worker the run would wait for ever.
+    processors = std::max(processors, 1U);
     options_.threadCount = std::min(static_cast<std::uint32_t>(plugins_.size()), 2 * processors);
   }
 

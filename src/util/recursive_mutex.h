@@ -70,12 +70,6 @@ class SCOPED_CAPABILITY ScopedLock {
     mutex_.unlock();
   }
 
-  /// Takes the lock again after release().
-  void reacquire() ACQUIRE() {
-    mutex_.lock();
-    held_ = true;
-  }
-
  private:
   RecursiveMutex& mutex_;
   bool held_ = true;

@@ -160,6 +160,7 @@ class RunOptions(HostCase):
             orders.append([message for message in boot.messages if "executing" in message[1]])
         self.assertEqual(len(orders[0]), 8)
         self.assertEqual(orders[0], orders[1])
+        self.assertNotEqual(orders[0], sorted(orders[0]), "the order without an option")
 
     def test_a_relative_plugin_directory_starts_from_the_working_directory(self):
         host = self.host()

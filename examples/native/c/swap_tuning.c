@@ -14,7 +14,7 @@ static int write_setting(const char* path, const char* value) {
     return 1;
   }
   int failed = fprintf(file, "%s\n", value) < 0;
-  /* The kernel refuses a value when it is written, which for a buffered file is when it is closed. */
+  /* The kernel refuses a value when it is written: for a buffered file, when it is closed. */
   if (fclose(file) != 0) failed = 1;
   if (failed) perror(path);
   return failed;

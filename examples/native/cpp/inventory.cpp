@@ -1,7 +1,8 @@
-// A native plugin in C++: writes down what the host is made of, anew for each version of the
-// plugin, and under the host's profile into the place that the profile's tools read.
+// A native plugin in C++: writes down which host this is and what it is made of, anew for each
+// version of the plugin, and under the host's profile into the place that the profile's tools read.
 
 #include <bootforge/plugin.h>
+#include <sys/utsname.h>
 
 #include <cstdio>
 #include <exception>
@@ -15,7 +16,11 @@ namespace {
 
 void writeInventory(const std::filesystem::path& path) {
   std::filesystem::create_directories(path.parent_path());
+  utsname system{};
+  if (::uname(&system) != 0) throw std::runtime_error("uname failed");
   std::ofstream file(path);
+  file << "host: " << system.nodename << '\n';
+  file << "kernel: " << system.sysname << ' ' << system.release << '\n';
   file << "processors: " << std::thread::hardware_concurrency() << '\n';
   std::ifstream memory("/proc/meminfo");
   for (std::string line; std::getline(memory, line);) {
@@ -40,7 +45,7 @@ int start() { return run("/var/lib/nimbus/inventory"); }
 
 int applyHostProfile() { return run("/var/lib/nimbus/profile/inventory"); }
 
-constexpr const char* kRequires[] = {"storage-ready", nullptr};
+constexpr const char* kRequires[] = {"identity-ready", "storage-ready", nullptr};
 constexpr const char* kProvides[] = {"inventory-written", nullptr};
 constexpr const char* kDisablingFlags[] = {"no-inventory", nullptr};
 

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -180,6 +181,16 @@ TEST_F(Server, AFailingAcceptIsLoggedAndTheConnectionServedAfterAll) {
   EXPECT_EQ(statusOf("a"), 0);
   EXPECT_EQ(logRecords().back(),
             logLine(3, "Error accepting connection on contol socket - Too many open files\n\n"));
+}
+
+// Out of descriptors it fails again and again: the log must not grow as fast as the disk takes it.
+TEST_F(Server, AFailingAcceptIsRepeatedTenTimesASecondAtMost) {
+  startExecutor();
+  constexpr int kFailures = 5;
+  failCall("accept", {.error = ENFILE, .times = kFailures, .where = kInTheExecutor});
+  const auto before = std::chrono::steady_clock::now();
+  EXPECT_EQ(statusOf("a"), 0);
+  EXPECT_GE(std::chrono::steady_clock::now() - before, kFailures * std::chrono::milliseconds(90));
 }
 
 TEST_F(Server, AFailingReceiveIsLoggedAndTheConnectionClosed) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <memory>
 #include <numeric>
 #include <random>
 #include <string>
@@ -177,6 +178,37 @@ TEST(PriorityLevels, MadeInBetweenLaterComeBeforeTheScriptsAbove) {
   });
 }
 
+// What is gone is not taken along, whatever stood where before.
+TEST(PriorityLevels, MadeInBetweenDoNotTakeAlongAScriptThatIsGone) {
+  inOwnProcess([] {
+    auto a = std::make_unique<Script>("a", 100);
+    const Script b("b", 100);
+    priorityBarrierFor(10);
+    EXPECT_EQ(isWaitedForBy(priorityBarrierFor(10)), "a b 100");
+    a.reset();
+    const Script c("c", 100);
+    priorityBarrierFor(20);
+    EXPECT_EQ(isWaitedForBy(priorityBarrierFor(20)), "b c 100");
+    EXPECT_EQ(waitsFor(b), "10 20");
+    EXPECT_EQ(waitsFor(c), "10 20");
+  });
+}
+
+// A negative priority comes first in the list of scripts, and its level is above all others.
+TEST(PriorityLevels, MadeByTheThousandBelowAScriptComeBeforeItInTheOrderOfTheirMaking) {
+  inOwnProcess([] {
+    constexpr std::uint32_t kLevels = 5000;
+    const Script last("last", 4294967295U);
+    std::string all;
+    for (std::uint32_t priority = 0; priority < kLevels; ++priority) {
+      priorityBarrierFor(priority);
+      all += (all.empty() ? "" : " ") + std::to_string(priority);
+    }
+    EXPECT_EQ(waitsFor(last), all);
+    EXPECT_EQ(waitsFor(priorityBarrierFor(4294967295U)), "last " + all);
+  });
+}
+
 // Nodes that are no plugins stay where they are.
 TEST(PriorityLevels, MadeInBetweenTakeOnlyPluginsAlong) {
   inOwnProcess([] {
@@ -228,7 +260,7 @@ TEST(PriorityLevels, GoUpToTheLargestNumber) {
 std::string orderOf(void (Node::*schedule)(Executor&)) {
   Journal journal;
   std::deque<Script> scripts;
-  for (const std::uint32_t priority : {30, 10, 20, 10, 25, 30}) {
+  for (const std::uint32_t priority : {30U, 10U, 20U, 10U, 25U, 30U}) {
     Script& script = scripts.emplace_back(std::to_string(priority), priority);
     script.onStart = script.onStop = [&journal, &script] { journal.add(script.name()); };
   }

@@ -107,6 +107,16 @@ TEST_F(DaemonMode, WithoutScriptsTheSectionIsWrittenAllTheSame) {
               testing::StartsWith("=== Daemon configuration info ===\n Start Daemon: "));
 }
 
+TEST_F(DaemonMode, ALogThatCannotBeWrittenIsNoFailedRun) {
+  install({{"net", 10}});
+  std::filesystem::remove_all("/var/log");
+  EXPECT_EQ(bootforge({"--daemon=wait", "--method=start"}).status, 0);
+  EXPECT_EQ(events(), joined({started("net"),
+                              {logLine(2,
+                                       "unable to reopen profiling log (/var/log/sysboot.log): No "
+                                       "such file or directory.\n")}}));
+}
+
 TEST_F(DaemonMode, AListThatCannotBeReadIsToldAndFails) {
   install({{"net", 10}});
   failGetlineAfter(0);
@@ -127,6 +137,15 @@ TEST_F(DaemonMode, AScriptThatCannotBeWrappedIsToldAndSkipped) {
             joined({{logLine(3,
                              "Failed to create init.d daemon plugin: /etc/init.d/net because: "
                              "Condition variable for Node could not be initialized\n")},
+                    started("web")}));
+}
+
+TEST_F(DaemonMode, AScriptThatCannotBeWrappedForNoKnownReasonIsSkippedToo) {
+  install({{"net", 10}, {"web", 10}});
+  failFirstPriorityLevel();
+  EXPECT_EQ(bootforge({"--daemon=wait", "--method=start"}).status, 0);
+  EXPECT_EQ(events(),
+            joined({{logLine(3, "Failed to create init.d daemon plugin: /etc/init.d/net\n")},
                     started("web")}));
 }
 

@@ -4,8 +4,12 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <optional>
+#include <utility>
+
+#include "graph/priority_barrier.h"
 
 namespace {
 
@@ -14,6 +18,7 @@ std::atomic<int> clockCalls = 0;
 std::optional<std::time_t> scriptedTime;
 std::optional<long> scriptedUptime;
 bool systemFails = false;
+bool firstLevelFails = false;
 
 }  // namespace
 
@@ -27,12 +32,14 @@ void scriptClock(timeval start) {
 void scriptTime(std::time_t now) { scriptedTime = now; }
 void scriptUptime(long seconds) { scriptedUptime = seconds; }
 void failSystem() { systemFails = true; }
+void failFirstPriorityLevel() { firstLevelFails = true; }
 
 void resetHostCalls() {
   clockStart.reset();
   scriptedTime.reset();
   scriptedUptime.reset();
   systemFails = false;
+  firstLevelFails = false;
 }
 
 }  // namespace bootforge::test
@@ -75,3 +82,13 @@ int __wrap_system(const char* command) {
 }
 
 }  // extern "C"
+
+// A function of the program itself: the linker knows it by its mangled name.
+bootforge::PriorityBarrier& realPriorityBarrierFor(std::uint32_t priority) __asm__(
+    "__real__ZN9bootforge18priorityBarrierForEj");
+bootforge::PriorityBarrier& wrappedPriorityBarrierFor(std::uint32_t priority) __asm__(
+    "__wrap__ZN9bootforge18priorityBarrierForEj");
+bootforge::PriorityBarrier& wrappedPriorityBarrierFor(std::uint32_t priority) {
+  if (std::exchange(firstLevelFails, false)) throw 42;
+  return realPriorityBarrierFor(priority);
+}

@@ -1,5 +1,6 @@
-// What the host tells the program about time, and a shell that cannot be started. All of it is set
-// in a test's process and inherited by the processes that it forks afterwards.
+// What the host tells the program about time, a shell that cannot be started, and a failure of no
+// known kind. All of it is set in a test's process and inherited by the processes that it forks
+// afterwards.
 #pragma once
 
 #include <sys/time.h>
@@ -20,6 +21,10 @@ void scriptUptime(long seconds);
 
 /// From now on system(3) starts nothing and returns -1.
 void failSystem();
+
+/// From now on the first level of priorities that a process asks for is none: what is thrown is no
+/// std::exception.
+void failFirstPriorityLevel();
 
 /// Everything is as the host has it again.
 void resetHostCalls();

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 
 #include "main/run_options.h"
@@ -192,6 +193,44 @@ TEST_F(PlainBoot, AKeyOnTheCommandLineCountsAsRun) {
                     Not(Contains(cli("ExecuteCommand bootforge: net upgrade")))));
   EXPECT_THAT(readFile(kProfile), HasSubstr("[1970-01-01 00:00:00.000000 - 1970-01-01 "
                                             "00:00:00.000000] sysboot: net\n"));
+}
+
+TEST_F(PlainBoot, RandomizingDrawsFromTheUnseededGenerator) {
+  std::string named = "--plugin=";
+  for (const char name : std::string("abcdefgh")) {
+    writePlugin(name + std::string(".json"), description("[]", "[]", "[]"));
+    named += name + std::string(".json,");
+  }
+  const auto order = [&named](const std::vector<std::string>& words) {
+    doubles::reset();
+    const Outcome outcome = inChild([&] {
+      std::srand(1);  // as in a fresh process
+      std::vector<std::string> all = words;
+      all.push_back(named);
+      return runInThisProcess(all);
+    });
+    waitForProcesses();
+    EXPECT_EQ(outcome.status, 0);
+    std::string activated;
+    const std::string prefix = "Activating Bootforge plugin ";
+    for (const doubles::Record& record : doubles::records({doubles::Kind::kKernel})) {
+      if (record.text.starts_with(prefix)) activated += record.text[prefix.size()];
+    }
+    return activated;
+  };
+
+  std::srand(1);
+  std::string expected;
+  for (std::string left = "abcdefgh"; !left.empty();) {
+    const std::size_t drawn = static_cast<std::size_t>(std::rand()) % left.size();
+    expected += left[drawn];
+    left.erase(drawn, 1);
+  }
+  EXPECT_NE(expected, "abcdefgh");
+  EXPECT_EQ(order({}), "abcdefgh");
+  for (const char* word : {"--randomize", "--randomize=5", "--randomize=6"}) {
+    EXPECT_EQ(order({word}), expected) << word;
+  }
 }
 
 TEST_F(PlainBoot, TracingTellsTheTimeOfEachPlugin) {

@@ -97,6 +97,12 @@ TEST_F(Threads, AProcessorCountThatCannotBeHadIsOne) {
                                          "implemented.\n")));
 }
 
+TEST_F(Threads, ACountOfNoProcessorsIsOne) {
+  writePlugins(5);
+  script().processorCount = 0;
+  EXPECT_EQ(threadCount({"--parallel"}), 2U);
+}
+
 TEST_F(Threads, TheProcessorsAreNotCountedWithoutNeed) {
   writePlugins(2);
   script().processorCountError = ENOSYS;

@@ -80,17 +80,6 @@ TEST(ScopedLock, GivenBackEarlyIsNotGivenBackTwice) {
   other.join();
 }
 
-TEST(ScopedLock, MayBeTakenAgain) {
-  RecursiveMutex mutex;
-  {
-    ScopedLock lock(mutex);
-    lock.release();
-    letAnotherThreadHave(mutex);
-    lock.reacquire();
-  }
-  letAnotherThreadHave(mutex);
-}
-
 TEST(Condition, SaysWhatItWasToldToSayWhenThereIsNone) {
   doubles::resetFaults();
   doubles::failCall("pthread_cond_init", {ENOMEM});
