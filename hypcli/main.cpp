@@ -86,8 +86,9 @@ int answer(std::vector<std::string> words) {
   readCommands(&registry);
   bool wantsHelp = takeHelpWord(registry, &words);
   CommandLine line = host_linux::parseWords(words);
-  // The words of a namespace alone ask what there is in it.
-  bool isRun = registry.find(line.path) || !line.parameters.empty();
+  // The words of a namespace alone ask what there is in it, as no words do.
+  bool isMistake = !words.empty() && !line.errors.empty();
+  bool isRun = registry.find(line.path) || !line.parameters.empty() || isMistake;
   if (!wantsHelp && isRun) return runLine(registry, line);
   if (hypcli::describe(registry, line.path)) return kDone;
   return fail(kUsage, {"unknown command '" + host_linux::joinWords(line.path) + "'"});

@@ -11,50 +11,13 @@
 #include "cli/hypcli_executor.h"
 #include "platform/log.h"
 #include "plugins/exceptions.h"
+#include "util/json_comments.h"
 #include "util/regular_file.h"
 
 namespace bootforge {
 namespace {
 
 namespace json = boost::json;
-
-/// Where the next two characters are that begin a comment, or would outside a string.
-std::size_t findCommentMark(const std::string& text, std::size_t from) {
-  std::size_t at = text.find('/', from);
-  while (at != std::string::npos && text[at + 1] != '/' && text[at + 1] != '*') {
-    at = text.find('/', at + 1);
-  }
-  return at;
-}
-
-/// The place behind the string that begins with the quote at `at`.
-std::size_t endOfString(const std::string& text, std::size_t at) {
-  for (++at; at < text.size() && text[at] != '"'; ++at) {
-    if (text[at] == '\\') ++at;
-  }
-  return at + 1;
-}
-
-std::size_t endOfComment(const std::string& text, std::size_t at) {
-  if (text[at + 1] == '/') return std::min(text.find('\n', at), text.size());
-  const std::size_t end = text.find("*/", at + 2);
-  return end == std::string::npos ? text.size() : end + 2;
-}
-
-/// Turns comments into blanks. The parser could skip them, but it does not see the end of one that
-/// ends in two asterisks and a slash, and it looks at comments behind the value too. Nothing is
-/// looked at behind the last mark of a comment, and nothing twice.
-void blankComments(std::string& text) {
-  std::size_t mark = findCommentMark(text, 0);
-  std::size_t quote = text.find('"');
-  while (mark != std::string::npos) {
-    const bool isString = quote < mark;
-    const std::size_t end = isString ? endOfString(text, quote) : endOfComment(text, mark);
-    if (!isString) text.replace(mark, end - mark, end - mark, ' ');
-    if (mark < end) mark = findCommentMark(text, end);
-    if (quote < end) quote = text.find('"', end);
-  }
-}
 
 /// The first value of a text, comments allowed and what follows it ignored; null for no JSON at
 /// all.

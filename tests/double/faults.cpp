@@ -1,8 +1,10 @@
 #include "tests/double/faults.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -50,15 +52,18 @@ enum Call : std::size_t {
   kCalloc,
   kSnprintf,
   kSignal,
+  kPoll,
+  kSpawnActionsInit,
+  kSpawnActionsAddDup2,
   kCalls
 };
 
 constexpr std::string_view kNames[] = {
-    "socket",         "connect",  "bind",    "listen", "accept", "recv",
-    "send",           "fork",     "waitpid", "daemon", "rename", "chmod",
-    "stat",           "mkstemp",  "fsync",   "read",   "close",  "pthread_cond_init",
-    "pthread_create", "dup2",     "open",    "kill",   "chdir",  "setsid",
-    "calloc",         "snprintf", "signal"};
+    "socket",         "connect",  "bind",    "listen", "accept",     "recv",
+    "send",           "fork",     "waitpid", "daemon", "rename",     "chmod",
+    "stat",           "mkstemp",  "fsync",   "read",   "close",      "pthread_cond_init",
+    "pthread_create", "dup2",     "open",    "kill",   "chdir",      "setsid",
+    "calloc",         "snprintf", "signal",  "poll",   "spawn_init", "spawn_dup2"};
 static_assert(std::size(kNames) == kCalls);
 
 /// One call's plan and counts.
@@ -370,6 +375,23 @@ int __wrap_snprintf(char* buffer, std::size_t size, const char* format, ...) {
 sighandler_t __real_signal(int, sighandler_t);
 sighandler_t __wrap_signal(int number, sighandler_t handler) {
   return perform(kSignal, SIG_ERR, [&] { return __real_signal(number, handler); });
+}
+
+int __real_poll(pollfd*, nfds_t, int);
+int __wrap_poll(pollfd* watched, nfds_t count, int milliseconds) {
+  return perform(kPoll, -1, [&] { return __real_poll(watched, count, milliseconds); });
+}
+
+int __real_posix_spawn_file_actions_init(posix_spawn_file_actions_t*);
+int __wrap_posix_spawn_file_actions_init(posix_spawn_file_actions_t* actions) {
+  if (const int error = errorFor(kSpawnActionsInit); error != 0) return error;
+  return __real_posix_spawn_file_actions_init(actions);
+}
+
+int __real_posix_spawn_file_actions_adddup2(posix_spawn_file_actions_t*, int, int);
+int __wrap_posix_spawn_file_actions_adddup2(posix_spawn_file_actions_t* actions, int from, int to) {
+  if (const int error = errorFor(kSpawnActionsAddDup2); error != 0) return error;
+  return __real_posix_spawn_file_actions_adddup2(actions, from, to);
 }
 
 int __real_sigaction(int, const struct sigaction*, struct sigaction*);

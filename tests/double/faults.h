@@ -23,8 +23,9 @@ struct Fault {
 /// Makes coming calls fail; replaces what was armed for the call. Known calls: socket, connect,
 /// bind, listen, accept (also accept4), recv, send, fork, waitpid, daemon, rename, chmod, stat,
 /// mkstemp (also mkostemp), fsync, read, close, pthread_cond_init, pthread_create, dup2, open,
-/// kill, chdir, setsid, calloc, snprintf, signal (also sigaction). Any other name aborts. A failing
-/// close closes all the same.
+/// kill, chdir, setsid, calloc, snprintf, signal (also sigaction), poll, spawn_init
+/// and spawn_dup2 (of posix_spawn_file_actions). Any other name aborts. A failing close closes all
+/// the same.
 void failCall(std::string_view call, Fault fault);
 
 /// Runs `action` once, in this process, right after the next call of that name that succeeds.

@@ -340,6 +340,18 @@ class RunFolder(BrokenHost):
         self.assert_syslog_holds(host, boot.messages, host.executor_log())
         host.wait_for_emptiness()
 
+    def test_the_installed_examples_make_it(self):
+        host = self.working_host()
+        examples = "/usr/share/doc/bootforge/examples/run_folder"
+        entries = [line for line in host.read_lines(f"{examples}/tmpfiles.conf")
+                   if not line.startswith("#")]
+        self.assertEqual(entries, ["d /run/nimbus 0755 root root -"])
+        shutil.rmtree(host.path("/var/run/nimbus"))
+        self.assertEqual(host.run(f"{examples}/init_script").status, 0)
+        self.assertEqual(os.stat(host.path("/var/run/nimbus")).st_mode & 0o777, 0o755)
+        self.assertEqual(host.boot().status, 0)
+        self.assert_all_ran(host)
+
 
 if __name__ == "__main__":
     host_case.main()

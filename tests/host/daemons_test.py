@@ -222,7 +222,13 @@ class Tools(DaemonCase):
         for name in ("linked", "second", "nowhere"):
             host.script(f"/etc/init.d/{name}", "# no chkconfig line\n")
         host.write("/etc/init.d/README", "no script\n")
+        # Neither is an executable file, whatever its header says.
+        host.write("/etc/init.d/resting", "#!/bin/sh\n# chkconfig: 2345 30 10\n", 0o644)
+        os.makedirs(host.path("/etc/init.d/folder"))
+        # A header without a number for START is none.
+        self.script(host, "unnumbered", "-")
         for level, link in (("rc3.d", "S07linked"), ("rc2.d", "S99linked"), ("rc2.d", "S20second"),
+                            ("rc3.d", "S55unnumbered"), ("rc3.d", "S31resting"),
                             ("rc3.d", "K01nowhere")):
             os.makedirs(host.path(f"/etc/{level}"), exist_ok=True)
             os.symlink(f"../init.d/{link[3:]}", host.path(f"/etc/{level}/{link}"))
@@ -231,7 +237,8 @@ class Tools(DaemonCase):
         self.assertEqual(listed.stdout.decode().splitlines(),
                          ["/etc/init.d/evtd 1", "/etc/init.d/header 42",
                           "/etc/init.d/hvsyslogd 1", "/etc/init.d/linked 7",
-                          "/etc/init.d/negative -5", "/etc/init.d/second 20"])
+                          "/etc/init.d/negative -5", "/etc/init.d/second 20",
+                          "/etc/init.d/unnumbered 55"])
 
     def test_ordinary_scripts_run_through_launchers_with_their_word_first(self):
         host = self.daemon_host()

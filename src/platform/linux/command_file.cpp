@@ -6,6 +6,8 @@
 #include <initializer_list>
 #include <stdexcept>
 
+#include "util/json_comments.h"
+
 namespace host_linux {
 namespace {
 
@@ -17,9 +19,10 @@ namespace json = boost::json;
 
 std::string quoted(std::string_view text) { return '"' + std::string(text) + '"'; }
 
-json::value parseJson(std::string_view text) {
+json::value parseJson(std::string_view file) {
+  std::string text(file);
+  bootforge::blankComments(text);
   json::parse_options options;
-  options.allow_comments = true;
   options.allow_invalid_utf8 = true;
   options.max_depth = 4096;
   json::stream_parser parser({}, options);
@@ -28,10 +31,8 @@ json::value parseJson(std::string_view text) {
   if (!error && used < text.size()) error = json::error::extra_data;
   if (!error) parser.finish(error);
   if (!error) return parser.release();
-  // After a bad comment in the place of a value the parser does not know where it is: the count
-  // that it gives is no count then.
-  if (used > text.size()) fail("", error.message());
-  auto line = 1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(used), '\n');
+  // Counted in the file itself: a comment there may have several lines.
+  auto line = 1 + std::count(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(used), '\n');
   fail("line " + std::to_string(line), error.message());
 }
 
@@ -60,13 +61,15 @@ bool boolOr(const json::object& object, std::string_view key, const std::string&
   return value->get_bool();
 }
 
-/// A misspelt key would otherwise change nothing in silence.
-void allowOnly(std::initializer_list<std::string_view> keys, const json::object& object,
-               const std::string& where) {
+using Remarks = std::vector<std::string>;
+
+/// Remarks on keys that mean nothing: a misspelt one would otherwise change nothing in silence.
+void expectOnly(std::initializer_list<std::string_view> keys, const json::object& object,
+                const std::string& where, Remarks& remarks) {
   for (const json::key_value_pair& entry : object) {
     std::string_view key = entry.key();
     if (std::find(keys.begin(), keys.end(), key) == keys.end()) {
-      fail(where, "unknown key " + quoted(key));
+      remarks.push_back((where.empty() ? "" : where + ": ") + "unknown key " + quoted(key));
     }
   }
 }
@@ -78,12 +81,13 @@ bool isWord(std::string_view text) {
   });
 }
 
-Parameter readParameter(std::string_view name, const json::value& value, const std::string& where) {
+Parameter readParameter(std::string_view name, const json::value& value, const std::string& where,
+                        Remarks& remarks) {
   if (!isWord(name) || name.find_first_of("={}") != std::string_view::npos) {
     fail(where, "this is no name for a parameter");
   }
   const json::object& object = asObject(value, where);
-  allowOnly({"short", "required", "flag", "summary"}, object, where);
+  expectOnly({"short", "required", "flag", "summary"}, object, where, remarks);
   Parameter parameter;
   parameter.name = name;
   parameter.shortName = stringOr(object, "short", where);
@@ -135,15 +139,15 @@ void readExec(const json::object& object, const std::string& where, Command* com
   command->arguments.erase(command->arguments.begin());
 }
 
-Command readCommand(const json::value& value, const std::string& where) {
+Command readCommand(const json::value& value, const std::string& where, Remarks& remarks) {
   const json::object& object = asObject(value, where);
-  allowOnly({"summary", "parameters", "exec"}, object, where);
+  expectOnly({"summary", "parameters", "exec"}, object, where, remarks);
   Command command;
   command.summary = stringOr(object, "summary", where);
   if (const json::value* parameters = object.if_contains("parameters")) {
     for (const json::key_value_pair& entry : asObject(*parameters, where + ": \"parameters\"")) {
-      command.parameters.push_back(
-          readParameter(entry.key(), entry.value(), where + ": parameter " + quoted(entry.key())));
+      command.parameters.push_back(readParameter(
+          entry.key(), entry.value(), where + ": parameter " + quoted(entry.key()), remarks));
     }
     checkNames(command.parameters, where);
   }
@@ -173,15 +177,15 @@ std::vector<std::string> readNamespace(const json::object& file) {
 CommandFile parseCommandFile(std::string_view text) {
   json::value root = parseJson(text);
   const json::object& object = asObject(root, "the file");
-  allowOnly({"namespace", "commands"}, object, "");
   CommandFile file;
+  expectOnly({"namespace", "commands"}, object, "", file.remarks);
   file.nameSpace = readNamespace(object);
   const json::value* commands = object.if_contains("commands");
   if (!commands) fail("", "\"commands\" is missing");
   for (const json::key_value_pair& entry : asObject(*commands, "\"commands\"")) {
     std::string where = "command " + quoted(entry.key());
     if (!isWord(entry.key())) fail(where, "this is no word of a command line");
-    file.commands.emplace_back(entry.key(), readCommand(entry.value(), where));
+    file.commands.emplace_back(entry.key(), readCommand(entry.value(), where, file.remarks));
   }
   return file;
 }

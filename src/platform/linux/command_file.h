@@ -27,6 +27,8 @@ namespace host_linux {
 struct CommandFile {
   std::vector<std::string> nameSpace;
   std::vector<std::pair<std::string, Command>> commands;
+  /// What is no mistake but means nothing: keys that are not known, each with its place.
+  std::vector<std::string> remarks;
 };
 
 /// Reads the text of a command file. Throws std::exception, which says what is wrong and where,

@@ -74,6 +74,9 @@ void CommandRegistry::addDirectory(const std::string& directory) {
 
 void CommandRegistry::addFile(int directory, const std::string& name, const std::string& path) {
   CommandFile file = parseCommandFile(readCommandFile(directory, name));
+  for (const std::string& remark : file.remarks) {
+    Log_Level(3, "command file %s: %s is ignored\n", path.c_str(), remark.c_str());
+  }
   nameSpaces_.insert(file.nameSpace);
   for (auto& [word, command] : file.commands) {
     std::vector<std::string> commandPath = file.nameSpace;

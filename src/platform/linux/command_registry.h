@@ -21,9 +21,9 @@ class CommandRegistry {
 
   /// Registers what the "*.json" files of a directory define, in the order of their names; as in a
   /// shell, "*" stands for no name that begins with a dot. A bad file is logged at level 3 and
-  /// skipped. Of two definitions of one command the later one counts, which is logged at level 5.
-  /// Throws std::exception, which names the directory, and registers nothing when that cannot be
-  /// read.
+  /// skipped, and so is a key that is not known. Of two definitions of one command the later one
+  /// counts, which is logged at level 5. Throws std::exception, which names the directory, and
+  /// registers nothing when that cannot be read.
   void addDirectory(const std::string& directory);
 
   /// Null when there is no such command.

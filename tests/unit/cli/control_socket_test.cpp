@@ -13,7 +13,7 @@ TEST(ControlSocket, StandsAtItsPath) {
   EXPECT_STREQ(kControlSocketPath, "/var/run/nimbus/bootforgeExecutor.sock");
 }
 
-TEST(ControlSocket, IsBoundWithTheFullStructuresLength) {
+TEST(ControlSocket, IsBoundAtItsPath) {
   const UniqueFd socket = makeControlSocket();
   ASSERT_EQ(bindControlSocket(socket), 0);
   sockaddr_un bound{};

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -43,10 +44,14 @@ UniqueFd bindSocket(int type) {
 
 class Start : public ExecutorTest {
  protected:
-  /// start() must fail because its child did, with this text in the log.
+  /// start() must fail because its child did, with this text in the log and status 255.
   static void expectChildFailure(const std::string& text) {
+    siginfo_t end{};
+    doubles::afterCall("fork", [&end] { ::waitid(P_ALL, 0, &end, WEXITED | WNOWAIT); });
     EXPECT_EQ(exceptionOf([] { HypcliExecutor::instance().start(); }),
               "Bootforge executor failed to start");
+    EXPECT_EQ(end.si_code, CLD_EXITED);
+    EXPECT_EQ(end.si_status, 255);
     EXPECT_THAT(logRecords(), ElementsAre(kResetRequested, logLine(2, text)));
   }
 

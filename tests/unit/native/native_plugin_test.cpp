@@ -1,5 +1,6 @@
 #include "plugins/native_plugin.h"
 
+#include <dlfcn.h>
 #include <elf.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -120,6 +121,17 @@ TEST_F(NativePluginTest, ARecordOfVersionTwoIsNotReadBeyondItsEnd) {
   EXPECT_THAT(namesOf(plugin.dependents()), ElementsAre("edge-reached"));
 }
 
+TEST_F(NativePluginTest, AnObjectIsBoundLazilyAndUnloadedAgain) {
+  EXPECT_EQ(load("unresolved").apiVersion(), 1);
+  load("full");
+  failureOf([&] { load("version_five"); });
+  failureOf([&] { load("no_metadata"); });
+  for (const std::string sample : {"unresolved", "full", "version_five", "no_metadata"}) {
+    const std::string path = "/plugins/" + sample + ".so";
+    EXPECT_EQ(::dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD), nullptr) << sample;
+  }
+}
+
 TEST_F(NativePluginTest, OtherVersionsAreUnsupportedAndLinkNothing) {
   for (const std::string sample : {"version_zero", "version_five", "version_garbage"}) {
     EXPECT_EQ(failureOf([&] { load(sample); }),
@@ -198,6 +210,21 @@ TEST_F(NativePluginTest, AnExecutorThatCannotBeStartedIsAFailure) {
   NativePlugin plugin = load("full");
   EXPECT_EQ(failureOf([&] { plugin.start(); }),
             "x->start() failed: failed to spawn: No such file or directory");
+}
+
+TEST_F(NativePluginTest, StreamsThatCannotBeHandedOnAreAFailure) {
+  executor("echo ran > /tmp/ran");
+  NativePlugin plugin = load("full");
+  doubles::failCall("spawn_init", {.error = ENOMEM});
+  EXPECT_EQ(failureOf([&] { plugin.start(); }),
+            "x->start() failed: failed to init file actions: Cannot allocate memory");
+  for (int stream = 0; stream < 3; ++stream) {
+    doubles::failCall("spawn_dup2", {.error = ENOMEM, .skip = stream});
+    EXPECT_EQ(failureOf([&] { plugin.applyHostProfile(); }),
+              "x->apply_host_profile() failed: failed to add dup2 file actionsCannot allocate "
+              "memory");
+  }
+  EXPECT_FALSE(exists("/tmp/ran"));
 }
 
 TEST_F(NativePluginTest, AnEndThatCannotBeLearntIsAFailure) {

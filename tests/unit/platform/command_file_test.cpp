@@ -99,9 +99,26 @@ TEST(CommandFile, IsBadWithTheLineOfTheMistakeWhenItIsNoJson) {
   EXPECT_EQ(reasonAgainst("{\"namespace\": \"n\", \"commands\": {}} // the end\n"), "");
 }
 
-TEST(CommandFile, IsBadWithoutALineWhenACommentInThePlaceOfAValueIsNone) {
-  EXPECT_EQ(reasonAgainst(R"({"namespace": /x)"), "syntax error");
-  EXPECT_EQ(reasonAgainst(R"({"namespace": /* x)"), "incomplete JSON");
+TEST(CommandFile, MayHoldCommentsOfAnyShape) {
+  for (const std::string comment :
+       {"/**/", "/***/", "/****/", "/*****/", "/* **/", "/** text **/", "/* ** */", "/*/*/",
+        "/*\n * \"quoted\n */", "//\n", "///\n", "// \"\n", "//*/\n"}) {
+    std::string text;
+    for (const char* part :
+         {"{", "\"namespace\"", ":", "\"/*n*/\"", ",", "\"commands\"", ":", "{}", "}"}) {
+      text += comment + part;
+    }
+    EXPECT_EQ(reasonAgainst(text + comment), "") << text;
+  }
+}
+
+TEST(CommandFile, IsBadWithTheLineOfTheMistakeAlsoBehindCommentsOfSeveralLines) {
+  EXPECT_EQ(reasonAgainst("/*\n\n*/{ // x\n oops}"), "line 4: syntax error");
+}
+
+TEST(CommandFile, IsBadWhenACommentInThePlaceOfAValueIsNone) {
+  EXPECT_EQ(reasonAgainst(R"({"namespace": /x)"), "line 1: syntax error");
+  EXPECT_EQ(reasonAgainst(R"({"namespace": /* x)"), "line 1: incomplete JSON");
   EXPECT_EQ(reasonAgainst(R"({"commands": [ /usr/bin/x ]})"), "line 1: syntax error");
 }
 
@@ -119,12 +136,30 @@ TEST(CommandFile, IsBadWithoutItsTwoKeys) {
   EXPECT_EQ(reasonAgainst(R"({"namespace": "n", "commands": []})"), "\"commands\": is no object");
 }
 
-TEST(CommandFile, IsBadWithAKeyThatMeansNothing) {
-  EXPECT_EQ(reasonAgainst(R"({"namespace": "n", "comands": {}})"), "unknown key \"comands\"");
-  EXPECT_EQ(reasonAgainstCommand(R"({"exec": ["/x"], "sumary": ""})"),
-            "command \"c\": unknown key \"sumary\"");
-  EXPECT_EQ(reasonAgainstParameter(R"({"requird": true})"),
-            "command \"c\": parameter \"p\": unknown key \"requird\"");
+TEST(CommandFile, RemarksOnEachKeyThatMeansNothingAndIsNoneTheWorseForIt) {
+  CommandFile file = parseCommandFile(R"({
+    "version": 2,
+    "namespace": "n",
+    "commands": {"c": {
+      "parameters": {"p": {"requird": true, "short": "q"}},
+      "exec": ["/x", "{p}"],
+      "sumary": []
+    }}
+  })");
+  EXPECT_EQ(file.remarks, (Words{"unknown key \"version\"", "command \"c\": unknown key \"sumary\"",
+                                 "command \"c\": parameter \"p\": unknown key \"requird\""}));
+  ASSERT_EQ(file.commands.size(), 1U);
+  const Command& command = file.commands[0].second;
+  EXPECT_EQ(command.arguments.size(), 1U);
+  EXPECT_EQ(command.parameters.at(0).shortName, "q");
+  EXPECT_FALSE(command.parameters.at(0).required);
+}
+
+TEST(CommandFile, IsWithoutRemarksWhenItHasTheKnownKeysOnly) {
+  EXPECT_EQ(parseCommandFile(R"({"namespace": "n", "commands": {"c": {"summary": "", "exec": ["/x"],
+              "parameters": {"p": {"short": "q", "required": true, "flag": true, "summary": ""}}}}})")
+                .remarks,
+            Words());
 }
 
 TEST(CommandFile, IsBadWithANamespaceThatNoCommandLineCanName) {

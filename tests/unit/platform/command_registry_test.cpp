@@ -96,6 +96,17 @@ TEST(CommandDirectory, NamesABadFileWithItsReasonAndGoesOn) {
             "platform_tests: warning: command file /d/a.json is skipped: line 1: syntax error\n");
 }
 
+TEST(CommandDirectory, NamesAKeyThatIsNotKnownAndTakesTheFileAllTheSame) {
+  writeFile("/d/a.json",
+            R"({"namespace": "n", "comment": "", "commands": {"c": {"exec": ["/a"], "x": 1}}})");
+  CommandRegistry registry;
+  registry.addDirectory("/d");
+  EXPECT_EQ(programOf(registry, {"n", "c"}), "/a");
+  const std::string start = "platform_tests: warning: command file /d/a.json: ";
+  EXPECT_EQ(logOf("/d"), start + "unknown key \"comment\" is ignored\n" + start +
+                             "command \"c\": unknown key \"x\" is ignored\n");
+}
+
 TEST(CommandDirectory, TakesNothingFromAFileThatIsBadInOneCommandOnly) {
   writeFile("/d/a.json",
             R"({"namespace": "n", "commands": {"good": {"exec": ["/x"]}, "bad": {}}})");

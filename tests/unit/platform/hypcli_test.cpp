@@ -114,6 +114,16 @@ TEST_F(Hypcli, ExitsWithTwoWhenTheCommandDoesNotTakeTheseOptions) {
             "Try 'hypcli --help' for more information.\n");
 }
 
+TEST_F(Hypcli, ExitsWithTwoForAnOptionWithoutANameWhereverItStands) {
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"-"}, {"--"}, {"network", "--=1"}, {"network", "ip", "-"}}) {
+    Answer answer = hypcli(words);
+    EXPECT_EQ(answer.code, 2);
+    EXPECT_EQ(answer.out, "");
+    EXPECT_TRUE(answer.err.starts_with("hypcli: an option without a name: '")) << answer.err;
+  }
+}
+
 TEST_F(Hypcli, ListsTheNamespaces) {
   Answer answer = hypcli({});
   EXPECT_EQ(answer.code, 0);
