@@ -116,11 +116,11 @@ class Collector(threading.Thread):
                 self.copy()
             self.caught_up.set()
 
-    def catch_up(self):
-        """Returns when everything is copied that was written before."""
+    def catch_up(self, seconds=None):
+        """Returns when everything is copied that was written before, or so much later."""
         self.caught_up.clear()
         os.write(self.bell, b".")
-        self.caught_up.wait()
+        self.caught_up.wait(seconds)
 
     def wait(self, timeout):
         return set(select.select([self.kernel_log, self.console, self.wake_up], [], [], timeout)[0])
@@ -138,11 +138,12 @@ class Collector(threading.Thread):
                     level + mark + stamp + text + b"\n" if mark else stamp + line + b"\n")
 
 
-def listen(line, requests):
+def listen(line, requests, collector):
     """Passes requests on. Ends this process, and so the host, when the line ends."""
     while True:
         message, descriptors, _, _ = socket.recv_fds(line, 65536, 1)
         if not message:
+            collector.catch_up(5)
             os._exit(124)
         for fd in descriptors:
             os.set_inheritable(fd, False)  # but as the stream that it is to be
@@ -164,7 +165,7 @@ def run_in_host(root, command, streams):
 def serve(root, line, terminal, collector):
     """Runs what is asked for; does not return."""
     requests = queue.SimpleQueue()
-    threading.Thread(target=listen, args=(line, requests), daemon=True).start()
+    threading.Thread(target=listen, args=(line, requests, collector), daemon=True).start()
     null = os.open("/dev/null", os.O_RDONLY)
     while True:
         request, descriptors = requests.get()

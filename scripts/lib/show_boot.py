@@ -71,6 +71,7 @@ def boot(host, options, follower):
             terminal.finish()
             return status
     except SystemExit:
+        host.close()  # its logs are whole now
         left = boot_report.Report(options.root, follower.lines).unfinished()
         print(f"\nInterrupted; plugins that had not ended: {', '.join(left) or 'none'}")
         raise
