@@ -114,7 +114,8 @@ NativePlugin::NativePlugin(std::string name, const std::string& path)
   if (apiVersion_ < 3) return;
   forEachName(metadata.required_flags, [this](const char* flag) { requiredFlags_.insert(flag); });
   forEachName(metadata.disabling_flags, [this](const char* flag) { disablingFlags_.insert(flag); });
-  runOnce_ = metadata.run_once;
+  // Not every author writes C: a byte that is neither 0 nor 1 is no bool to be read as one.
+  runOnce_ = reinterpret_cast<const unsigned char&>(metadata.run_once) != 0;
   if (metadata.plugin_version != nullptr) pluginVersion_ = metadata.plugin_version;
 }
 

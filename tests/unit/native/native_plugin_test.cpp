@@ -96,6 +96,10 @@ TEST_F(NativePluginTest, NullPointersAreEmptyLists) {
   EXPECT_THAT(plugin.prerequisites(), IsEmpty());
 }
 
+TEST_F(NativePluginTest, AnyByteButZeroMeansRunOnce) {
+  EXPECT_EQ(static_cast<int>(load("odd_run_once").runOnce()), 1);
+}
+
 TEST_F(NativePluginTest, VersionOneKnowsNoFlagsAndNoHostProfile) {
   NativePlugin plugin = load("version_one");
   EXPECT_EQ(plugin.apiVersion(), 1);
