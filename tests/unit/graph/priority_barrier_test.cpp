@@ -88,7 +88,8 @@ TEST(PriorityBarrier, IsMadeOnceForAPriority) {
 // Somebody's milestone has the name of a level already.
 TEST(PriorityBarrier, TakesItsNameFromAMilestoneThatHasIt) {
   inOwnProcess([] {
-    InitBarrier* const milestone = lookupBarrier("_<->_priority_<->_20", true);
+    // Nobody else points at it once it is replaced.
+    static InitBarrier* const milestone = lookupBarrier("_<->_priority_<->_20", true);
     PriorityBarrier& barrier = priorityBarrierFor(20);
     EXPECT_NE(static_cast<InitBarrier*>(&barrier), milestone);
     EXPECT_EQ(lookupBarrier("_<->_priority_<->_20", false), &barrier);
