@@ -85,7 +85,7 @@ TEST_F(JsonDescription, UsesTheMilestonesThatAreThere) {
 }
 
 class JsonVersion : public JsonDescription,
-                    public testing::WithParamInterface<std::pair<const char*, int>> {};
+                    public testing::WithParamInterface<std::pair<std::string, int>> {};
 
 TEST_P(JsonVersion, IsTruncated) {
   const auto& [text, version] = GetParam();
@@ -95,12 +95,19 @@ TEST_P(JsonVersion, IsTruncated) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, JsonVersion,
-                         testing::Values(std::pair("1", 1), std::pair("2", 2), std::pair("3", 3),
-                                         std::pair("4", 4), std::pair("1.0", 1),
-                                         std::pair("1.9", 1), std::pair("2.5", 2),
-                                         std::pair("3.999999", 3), std::pair("4.99", 4),
-                                         std::pair("4e0", 4), std::pair("0.2e1", 2),
-                                         std::pair("49e-1", 4), std::pair("1E+0", 1)));
+                         testing::ValuesIn(std::vector<std::pair<std::string, int>>{{"1", 1},
+                                                                                    {"2", 2},
+                                                                                    {"3", 3},
+                                                                                    {"4", 4},
+                                                                                    {"1.0", 1},
+                                                                                    {"1.9", 1},
+                                                                                    {"2.5", 2},
+                                                                                    {"3.999999", 3},
+                                                                                    {"4.99", 4},
+                                                                                    {"4e0", 4},
+                                                                                    {"0.2e1", 2},
+                                                                                    {"49e-1", 4},
+                                                                                    {"1E+0", 1}}));
 
 TEST_F(JsonDescription, OfTheFirstTwoVersionsHasNoFlagsWhateverItSays) {
   for (const char* version : {"1", "2"}) {
