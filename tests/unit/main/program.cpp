@@ -17,6 +17,7 @@
 
 #include "main/boot.h"
 #include "main/run_options.h"
+#include "util/system_error.h"
 #include "util/unique_fd.h"
 
 // A worker restarts the executor while other threads run; ThreadSanitizer would end its process.
@@ -67,7 +68,8 @@ Outcome inChild(const std::function<int()>& body) {
   if (child == 0) runChild(body, out, err);
   EXPECT_GT(child, 0);
   int status = 0;
-  EXPECT_EQ(::waitpid(child, &status, 0), child);
+  // A test may have a handler for the signal that makes daemons read their settings anew.
+  EXPECT_EQ(retryInterrupted([&] { return ::waitpid(child, &status, 0); }), child);
   Outcome outcome;
   outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
   outcome.out = contentOf(out);
