@@ -1,0 +1,190 @@
+"""The installed programs on a real kernel, started by a real init, in an emulated machine.
+
+usage: real_kernel_test.py KERNEL GUEST BUILD BUSYBOX CMAKE
+"""
+
+import os
+import re
+import shutil
+import sys
+import tempfile
+import unittest
+
+import guest_image
+from machine import Machine
+
+SKIPPED = 77
+PLUGINS = ["file-systems", "host-keys", "network", "uplink", "storage", "ready"]
+DAEMONS = {"messenger": "nc -l -p 7 -e /bin/cat", "watcher": "watch -n 60 uptime",
+           "scheduler": "crond -f -c /run"}  # in the order of their priorities
+PLUGIN_FAILURE = "uplink->start() failed: error while executing the cli"
+INTERRUPT = "\x03"
+
+
+class RealKernel(unittest.TestCase):
+    maxDiff = None
+
+    def setUp(self):
+        self.folder = tempfile.mkdtemp(prefix="bootforge-vm-")
+        self.addCleanup(shutil.rmtree, self.folder)
+        self.disk = guest_image.make_disk(f"{self.folder}/disk", BUSYBOX)
+
+    def machine(self, variables=""):
+        return Machine(f"{KERNEL}/vmlinuz", INITRAMFS, self.disk, variables)
+
+    def wait_until_up(self, guest):
+        guest.wait_until("[ -e /run/up ]")
+        self.assertEqual(guest.run("cat /run/boot-status"), "0\n")
+
+    def switch_off(self, guest):
+        guest.run("poweroff")
+        self.assertEqual(guest.wait_for_end(), 0, guest.describe())
+
+    def notes(self, guest):
+        return guest.run("cat /run/notes").splitlines()
+
+    def has_lines(self, expected, text):
+        """Checks that lines with these ends are there in this order."""
+        lines = iter(text.splitlines())
+        for end in expected:
+            self.assertTrue(any(line.endswith(end) for line in lines), f"{end!r} in:\n{text}")
+
+
+class TwoBoots(RealKernel):
+    def test_a_host_boots_and_halts_and_the_next_boot_leaves_out_what_has_been_run(self):
+        with self.machine() as guest:
+            self.wait_until_up(guest)
+            self.check_boot(guest)
+            self.check_daemons(guest)
+            self.switch_off(guest)
+            self.has_lines([text for name in reversed(DAEMONS) for text in
+                            (f"executing stop for daemon {name}.", f"{name} stopped.")],
+                           guest.console.text)
+        with self.machine('OPTIONS="--parallel"') as guest:
+            self.wait_until_up(guest)
+            self.check_last_words(guest)
+            self.assertEqual(self.notes(guest), ["file-systems", "network", "ready"])
+            self.assertIn("ignoring plugin 'host-keys' because version '1'  has already been run.",
+                          guest.run("cat /var/log/syslog.log"))
+            self.assertEqual(guest.run("zcat /bootbank/bootfrge.gz"),
+                             "bootforge.run-once=host-keys1,\n")
+            self.switch_off(guest)
+
+    def check_boot(self, guest):
+        self.assertEqual(guest.run("readlink /proc/1/exe"), "/bin/busybox\n")
+        self.assertEqual(self.notes(guest), ["file-systems", "host-keys", "network", "ready"])
+        self.has_lines([f"bootforge: {text}" for name in PLUGINS for text in
+                        (f"Activating Bootforge plugin {name}.", f"Bootforge plugin {name} " + (
+                            "activated." if name != "uplink" else
+                            f"activation failed: {PLUGIN_FAILURE}"))],
+                       guest.run("dmesg"))
+        # Facility "user" is the kernel's word for a record that did not come from itself.
+        self.assertRegex(guest.run("dmesg -r"), r"(?m)^<14>\[.*Activating Bootforge plugin ready\.$")
+        self.has_lines(["]: Launching Executor"] +
+                       [f"]: executing start plugin: {name}" for name in PLUGINS] +
+                       ["]: Executor has been Successfully Stopped", "reloaded: messages below level "
+                        "7 go to /var/log/syslog.log"], guest.run("cat /var/log/syslog.log"))
+        profile = guest.run("cat /var/log/sysboot.log")
+        self.assertEqual(sorted(re.findall(r"\] sysboot: (.*)", profile)), sorted(PLUGINS))
+        self.assertEqual(guest.run("zcat /bootbank/bootfrge.gz"), "bootforge.run-once=host-keys1,\n")
+        self.assertNotIn("bootforge", [words for _, _, words in guest.processes()])
+
+    def check_daemons(self, guest):
+        daemons = {words: pid for pid, parent, words in guest.processes() if parent == 1}
+        for name, words in DAEMONS.items():
+            self.assertIn(words, daemons)
+            self.assertEqual(guest.run(f"cat /proc/{daemons[words]}/cgroup"),
+                             f"0::/bootforge/init/{name}\n")
+        self.assertEqual(guest.run("echo hello | nc -w 20 127.0.0.1 7"), "hello\n")
+
+    def check_last_words(self, guest):
+        """What the last boot's host was like when its daemons had been stopped."""
+        processes = guest.run("cat /bootbank/last-processes").splitlines()
+        self.assertIn("init", processes)
+        for words in DAEMONS.values():
+            self.assertNotIn(words, processes)
+        profile = guest.run("cat /bootbank/last-profile")
+        self.assertEqual(profile.count("=== Daemon configuration info ==="), 2, profile)
+        self.assertEqual(re.findall(r"\] daemon: (.*)", profile),
+                         [*DAEMONS, *reversed(DAEMONS)])
+
+
+class LostExecutor(RealKernel):
+    def test_a_boot_goes_on_when_its_executor_is_killed(self):
+        with self.machine("GATE=yes") as guest:
+            guest.wait_until("grep -q waiting /run/gate-state")
+            executor = [pid for pid, parent, words in guest.processes() if words == "bootforge-cli"]
+            self.assertEqual(len(executor), 1, guest.processes())
+            guest.run(f"kill -KILL {executor[0]}; rm /run/gate")
+            self.wait_until_up(guest)
+            self.assertEqual(self.notes(guest)[-1], "ready")
+            print(guest.run("cat /var/log/syslog.log"))
+            self.check_log(guest.run("cat /var/log/syslog.log"))
+            self.switch_off(guest)
+
+    def check_log(self, log):
+        self.has_lines(["]: executing start plugin: storage", "]: executing start plugin: ready"], log)
+
+
+class Prompt(RealKernel):
+    """The operator at the machine's console, which is no pseudo-terminal."""
+
+    def answer(self, guest, name, key):
+        guest.expect(f"current plugin: \033[36m{name}\n")
+        guest.expect("\033[?25l")
+        # Keys are read unseen only once the terminal is in that mode.
+        guest.wait_until("stty -a -F /dev/ttyS0 | grep -q -e -icanon")
+        guest.console.type(key)
+        guest.expect("\033[?25h")
+
+    def troubleshoot(self, guest, name, last):
+        """Uses the shell of a plugin's prompt, and ends it with the last words."""
+        self.answer(guest, name, "t")
+        guest.expect("# ")
+        guest.run("rm -f /run/said")
+        guest.console.type("sleep 1000\n")
+        guest.wait_until("ps -o args | grep -q '^sleep 1000'")
+        guest.console.type(INTERRUPT)  # only a controlling terminal passes that on
+        guest.wait_until("! ps -o args | grep -q '^sleep 1000'")
+        guest.console.type("echo was here >/run/said; cat </dev/null >/dev/tty && echo tty >>/run/said\n")
+        guest.wait_until("grep -q tty /run/said")
+        guest.console.type(last + "\n")
+        guest.expect("\033[2K")
+
+    def operate(self, guest):
+        self.troubleshoot(guest, "file-systems", "exit 3")
+        self.troubleshoot(guest, "host-keys", "stty raw -echo; kill -KILL $$")
+        self.answer(guest, "network", "e")
+        self.answer(guest, "uplink", "s")
+        self.answer(guest, "storage", "c")
+
+    def check(self, guest):
+        self.assertEqual(self.notes(guest), ["file-systems", "host-keys", "network", "ready"])
+        self.assertIn("skipping plugin uplink (interactive mode request)\n",
+                      guest.run("cat /var/log/syslog.log"))
+        modes = guest.run("stty -a -F /dev/ttyS0")
+        self.assertRegex(modes, r"(?s)\bicanon\b.*\becho\b")
+
+    def test_the_operator_decides_at_the_console(self):
+        with self.machine("OPTIONS=--interactive") as guest:
+            self.operate(guest)
+            self.wait_until_up(guest)
+            self.check(guest)
+            # The same by the console's own name, as a session with that for its terminal.
+            guest.run("rm /run/notes")
+            guest.run("{ setsid -c bootforge --interactive </dev/ttyS0 >/dev/ttyS0 2>&1; "
+                      "echo $? >/run/status; } &")
+            self.operate(guest)
+            guest.wait_until("[ -e /run/status ]")
+            self.assertEqual(guest.run("cat /run/status"), "0\n")
+            self.check(guest)
+            self.switch_off(guest)
+
+
+if __name__ == "__main__":
+    KERNEL, GUEST, BUILD, BUSYBOX, CMAKE = sys.argv[1:]
+    if not os.path.exists(f"{KERNEL}.complete"):
+        print(f"skipped: there is no kernel in {KERNEL}")
+        sys.exit(SKIPPED)
+    INITRAMFS = guest_image.make_initramfs(GUEST, KERNEL, BUILD, BUSYBOX, CMAKE)
+    unittest.main(argv=sys.argv[:1], verbosity=2)
