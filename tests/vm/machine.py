@@ -112,7 +112,7 @@ class Machine:
 
     def wait_until(self, command):
         """Runs a command in the guest again and again until it succeeds."""
-        self.wait_for(lambda: self.run(f"{command}; echo $?").endswith("0\n"), command)
+        self.run(f"until {command}; do usleep 50000; done")
 
     def wait_for_end(self):
         """Waits until the machine is switched off; returns the emulator's exit status."""
@@ -130,4 +130,4 @@ class Machine:
             said = self.process.stdout.read()
         return (f"--- emulator, status {self.process.returncode}\n{said.decode()}\n"
                 f"--- console\n{self.console.text[-8000:]}\n"
-                f"--- shell\n{self.shell.text[-3000:]}")
+                f"--- shell\n{self.shell.text[-8000:]}").replace("\033", "^[")
