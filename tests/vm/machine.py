@@ -1,4 +1,5 @@
-"""An emulated machine with two serial lines: the console, and a shell that takes commands."""
+"""An emulated machine with two serial lines: the console, and a shell that takes commands. It has a
+keyboard and a screen, too."""
 
 import os
 import re
@@ -10,8 +11,8 @@ import time
 TIMEOUT = 180.0
 # Emulated even where the hardware could do it: that takes seconds too, and is the same everywhere.
 EMULATOR = ("qemu-system-x86_64", "-accel", "tcg", "-cpu", "max", "-m", "256", "-smp", "2",
-            "-no-user-config", "-nodefaults", "-display", "none", "-no-reboot")
-# A panic ends the machine. The console is the operator's: the kernel says there what is urgent only.
+            "-no-user-config", "-nodefaults", "-vga", "std", "-display", "none", "-no-reboot")
+# A panic ends the machine. The console is the operator's: the kernel says what is urgent only.
 PARAMETERS = "rdinit=/sbin/init console=ttyS0 panic=-1 loglevel=1 mitigations=off"
 
 
@@ -48,17 +49,17 @@ class Machine:
     """For a `with` statement, which ends with the machine gone."""
 
     def __init__(self, kernel, initramfs, disk, variables):
-        self.console, self.shell = Line(), Line()
+        self.console, self.shell, self.monitor = Line(), Line(), Line()
         self.commands = 0
         words = ["setpriv", "--pdeathsig", "KILL", *EMULATOR, "-kernel", kernel,
                  "-initrd", initramfs, "-append", f"{PARAMETERS} {variables}",
                  "-drive", f"file={disk},format=raw,if=none,id=disk",
                  "-device", "nvme,drive=disk,serial=disk"]
-        lines = (self.console, self.shell)
-        for line in lines:
+        lines = {self.console: "-serial", self.shell: "-serial", self.monitor: "-monitor"}
+        for line, use in lines.items():
             name = f"line{line.far.fileno()}"
             words += ["-chardev", f"socket,id={name},fd={line.far.fileno()}",
-                      "-serial", f"chardev:{name}"]
+                      use, f"chardev:{name}"]
         self.process = subprocess.Popen(
             words, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
             pass_fds=[line.far.fileno() for line in lines])
@@ -75,12 +76,12 @@ class Machine:
         self.process.wait()
         self.process.stdout.close()
         self.selector.close()
-        self.console.close()
-        self.shell.close()
+        for line in (self.console, self.shell, self.monitor):
+            line.close()
 
     def wait_for(self, condition, what):
-        """Reads the lines until the condition holds; returns its value. Raises when it takes too long,
-        or when the machine is off."""
+        """Reads the lines until the condition holds; returns its value. Raises when it takes too
+        long, or when the machine is off."""
         deadline = time.monotonic() + TIMEOUT
         while True:
             value = condition()
@@ -98,6 +99,11 @@ class Machine:
         place = self.wait_for(lambda: console.text.find(text, console.seen) + 1,
                               f"{text!r} on the console, after {console.text[console.seen:]!r}")
         console.seen = place - 1 + len(text)
+
+    def press(self, *keys):
+        """Presses keys of the keyboard, by the emulator's names for them."""
+        for key in keys:
+            self.monitor.type(f"sendkey {key}\n")
 
     def run(self, command):
         """Runs a command in the guest; returns what it wrote."""

@@ -36,10 +36,6 @@ class RealKernel(unittest.TestCase):
         guest.wait_until("[ -e /run/up ]")
         self.assertEqual(guest.run("cat /run/boot-status"), "0\n")
 
-    def switch_off(self, guest):
-        guest.run("poweroff")
-        self.assertEqual(guest.wait_for_end(), 0, guest.describe())
-
     def notes(self, guest):
         return guest.run("cat /run/notes").splitlines()
 
@@ -56,7 +52,8 @@ class TwoBoots(RealKernel):
             self.wait_until_up(guest)
             self.check_boot(guest)
             self.check_daemons(guest)
-            self.switch_off(guest)
+            guest.run("poweroff")
+            self.assertEqual(guest.wait_for_end(), 0, guest.describe())
             self.has_lines([text for name in reversed(DAEMONS) for text in
                             (f"executing stop for daemon {name}.", f"{name} stopped.")],
                            guest.console.text)
@@ -68,7 +65,6 @@ class TwoBoots(RealKernel):
                           guest.run("cat /var/log/syslog.log"))
             self.assertEqual(guest.run("zcat /bootbank/bootfrge.gz"),
                              "bootforge.run-once=host-keys1,\n")
-            self.switch_off(guest)
 
     def check_boot(self, guest):
         self.assertEqual(guest.run("readlink /proc/1/exe"), "/bin/busybox\n")
@@ -79,14 +75,16 @@ class TwoBoots(RealKernel):
                             f"activation failed: {PLUGIN_FAILURE}"))],
                        guest.run("dmesg"))
         # Facility "user" is the kernel's word for a record that did not come from itself.
-        self.assertRegex(guest.run("dmesg -r"), r"(?m)^<14>\[.*Activating Bootforge plugin ready\.$")
+        self.assertRegex(guest.run("dmesg -r"), r"(?m)^<14>\[.*Activating Bootforge plugin ready\.")
         self.has_lines(["]: Launching Executor"] +
                        [f"]: executing start plugin: {name}" for name in PLUGINS] +
-                       ["]: Executor has been Successfully Stopped", "reloaded: messages below level "
-                        "7 go to /var/log/syslog.log"], guest.run("cat /var/log/syslog.log"))
+                       ["]: Executor has been Successfully Stopped",
+                        "reloaded: messages below level 7 go to /var/log/syslog.log"],
+                       guest.run("cat /var/log/syslog.log"))
         profile = guest.run("cat /var/log/sysboot.log")
         self.assertEqual(sorted(re.findall(r"\] sysboot: (.*)", profile)), sorted(PLUGINS))
-        self.assertEqual(guest.run("zcat /bootbank/bootfrge.gz"), "bootforge.run-once=host-keys1,\n")
+        self.assertEqual(guest.run("zcat /bootbank/bootfrge.gz"),
+                         "bootforge.run-once=host-keys1,\n")
         guest.wait_until("! ps -o args | grep -q '[b]ootforge'")
 
     def check_daemons(self, guest):
@@ -114,7 +112,8 @@ class LostExecutor(RealKernel):
     def test_a_boot_goes_on_when_its_executor_is_killed(self):
         with self.machine("GATE=yes") as guest:
             guest.wait_until("grep -q waiting /run/gate-state")
-            executor = [pid for pid, parent, words in guest.processes() if words.startswith("{bootforge-cli} ")]
+            executor = [pid for pid, _, words in guest.processes()
+                        if words.startswith("{bootforge-cli} ")]
             self.assertEqual(len(executor), 1, guest.processes())
             guest.run(f"kill -KILL {executor[0]}; rm /run/gate")
             self.wait_until_up(guest)
@@ -125,7 +124,6 @@ class LostExecutor(RealKernel):
                             "Setting up Executor - Reset Requested",
                             "Executor has been Successfully Stopped"],
                            guest.run("cat /var/log/syslog.log"))
-            self.switch_off(guest)
 
 
 class Prompt(RealKernel):
@@ -148,7 +146,7 @@ class Prompt(RealKernel):
         guest.wait_until("ps -o args | grep -q '^sleep 1000'")
         guest.console.type(INTERRUPT)  # only a controlling terminal passes that on
         guest.wait_until("! ps -o args | grep -q '^sleep 1000'")
-        guest.console.type("echo was here >/run/said; cat </dev/null >/dev/tty && echo tty >>/run/said\n")
+        guest.console.type("echo >/dev/tty && echo tty >/run/said\n")
         guest.wait_until("grep -q tty /run/said")
         guest.console.type(last + "\n")
         guest.expect("\033[2K")
@@ -178,7 +176,27 @@ class Prompt(RealKernel):
             guest.wait_until("[ -e /run/again-status ]")
             self.assertEqual(guest.run("cat /run/again-status"), "0\n")
             self.check(guest)
-            self.switch_off(guest)
+
+
+    def test_the_operator_decides_at_the_screen(self):
+        with self.machine("console=tty0 OPTIONS=--interactive") as guest:
+            self.answer_at_screen(guest, "file-systems", "t")
+            guest.wait_until("grep -q '/ # ' /dev/vcs1")
+            guest.press(*"mkdir", "spc", "slash", *"run", "slash", *"said", "ret")
+            guest.wait_until("[ -d /run/said ]")
+            guest.press(*"exit", "ret")
+            self.answer_at_screen(guest, "host-keys", "s")
+            self.answer_at_screen(guest, "network", "e")
+            self.assertEqual(guest.run("cat /sys/class/tty/tty0/active"), "tty1\n")
+            self.answer_at_screen(guest, "uplink", "c")
+            self.wait_until_up(guest)
+            self.assertEqual(guest.run("cat /sys/class/tty/tty0/active"), "tty11\n")
+            self.assertEqual(self.notes(guest), ["file-systems", "network", "ready"])
+
+    def answer_at_screen(self, guest, name, key):
+        guest.wait_until(f"grep -q 'current plugin: {name}' /dev/vcs1")
+        guest.wait_until("stty -a -F /dev/tty1 2>/dev/null | grep -q -e -icanon")
+        guest.press(key)
 
 
 if __name__ == "__main__":
