@@ -14,9 +14,12 @@ import guest_image
 from machine import EMULATOR, Machine
 
 SKIPPED = 77
+# In the order of their milestones. Beside them is "cluster", which requires what nobody provides.
 PLUGINS = ["file-systems", "host-keys", "network", "uplink", "storage", "ready"]
+# In the order of their priorities.
 DAEMONS = {"messenger": "nc -l -p 7 -e /bin/cat", "watcher": "watch -n 60 uptime",
-           "scheduler": "crond -f -c /run"}  # in the order of their priorities
+           "scheduler": "crond -f -c /run"}
+WITH_NOTES = {"file-systems", "host-keys", "network", "ready", "cluster"}
 PLUGIN_FAILURE = "uplink->start() failed: error while executing the cli"
 INTERRUPT = "\x03"
 
@@ -37,7 +40,7 @@ class RealKernel(unittest.TestCase):
         self.assertEqual(guest.run("cat /run/boot-status"), "0\n")
 
     def notes(self, guest):
-        return guest.run("cat /run/notes").splitlines()
+        return set(guest.run("cat /run/notes").splitlines())
 
     def has_lines(self, expected, text):
         """Checks that lines with these ends are there in this order."""
@@ -60,15 +63,27 @@ class TwoBoots(RealKernel):
         with self.machine('OPTIONS="--parallel"') as guest:
             self.wait_until_up(guest)
             self.check_last_words(guest)
-            self.assertEqual(self.notes(guest), ["file-systems", "network", "ready"])
+            self.assertEqual(self.notes(guest), WITH_NOTES - {"host-keys"})
             self.assertIn("ignoring plugin 'host-keys' because version '1'  has already been run.",
                           guest.run("cat /var/log/syslog.log"))
             self.assertEqual(guest.run("zcat /bootbank/bootfrge.gz"),
                              "bootforge.run-once=host-keys1,\n")
 
+    def test_a_record_survives_a_power_cut_be_it_new_or_in_the_place_of_another(self):
+        with self.machine() as guest:
+            guest.wait_until("[ -e /run/boot-status ]")
+        with self.machine() as guest:
+            guest.wait_until("[ -e /run/boot-status ]")
+            self.assertEqual(self.notes(guest), WITH_NOTES - {"host-keys"})
+            guest.run("bootforge --run-once=host-keys1,more1")
+        with self.machine() as guest:
+            guest.wait_until("[ -e /run/boot-status ]")
+            self.assertEqual(guest.run("zcat /bootbank/bootfrge.gz"),
+                             "bootforge.run-once=host-keys1,more1,\n")
+
     def check_boot(self, guest):
         self.assertEqual(guest.run("readlink /proc/1/exe"), "/bin/busybox\n")
-        self.assertEqual(self.notes(guest), ["file-systems", "host-keys", "network", "ready"])
+        self.assertEqual(self.notes(guest), WITH_NOTES)
         self.has_lines([f"bootforge: {text}" for name in PLUGINS for text in
                         (f"Activating Bootforge plugin {name}.", f"Bootforge plugin {name} " + (
                             "activated." if name != "uplink" else
@@ -76,13 +91,14 @@ class TwoBoots(RealKernel):
                        guest.run("dmesg"))
         # Facility "user" is the kernel's word for a record that did not come from itself.
         self.assertRegex(guest.run("dmesg -r"), r"(?m)^<14>\[.*Activating Bootforge plugin ready\.")
+        self.assertRegex(guest.run("dmesg -r"), r'(?m)^<9>\[.*"cluster-key" is not provided by any ')
         self.has_lines(["]: Launching Executor"] +
                        [f"]: executing start plugin: {name}" for name in PLUGINS] +
                        ["]: Executor has been Successfully Stopped",
                         "reloaded: messages below level 7 go to /var/log/syslog.log"],
                        guest.run("cat /var/log/syslog.log"))
         profile = guest.run("cat /var/log/sysboot.log")
-        self.assertEqual(sorted(re.findall(r"\] sysboot: (.*)", profile)), sorted(PLUGINS))
+        self.assertEqual(sorted(re.findall(r"\] sysboot: (.*)", profile)), sorted([*PLUGINS, "cluster"]))
         self.assertEqual(guest.run("zcat /bootbank/bootfrge.gz"),
                          "bootforge.run-once=host-keys1,\n")
         guest.wait_until("! ps -o args | grep -q '[b]ootforge'")
@@ -117,7 +133,7 @@ class LostExecutor(RealKernel):
             self.assertEqual(len(executor), 1, guest.processes())
             guest.run(f"kill -KILL {executor[0]}; rm /run/gate")
             self.wait_until_up(guest)
-            self.assertEqual(self.notes(guest)[-1], "ready")
+            self.assertEqual(self.notes(guest), WITH_NOTES)
             self.has_lines(["Failed to recieve command status from Executor: Success",
                             "storage->start() failed: error while executing the cli",
                             "Failed connecting to executor Connection refused",
@@ -159,7 +175,7 @@ class Prompt(RealKernel):
         self.answer(guest, "storage", "c")
 
     def check(self, guest):
-        self.assertEqual(self.notes(guest), ["file-systems", "host-keys", "network", "ready"])
+        self.assertEqual(self.notes(guest), WITH_NOTES)
         self.assertIn("skipping plugin uplink (interactive mode request)\n",
                       guest.run("cat /var/log/syslog.log"))
         modes = guest.run("stty -a -F /dev/ttyS0")
@@ -191,7 +207,7 @@ class Prompt(RealKernel):
             self.answer_at_screen(guest, "uplink", "c")
             self.wait_until_up(guest)
             self.assertEqual(guest.run("cat /sys/class/tty/tty0/active"), "tty11\n")
-            self.assertEqual(self.notes(guest), ["file-systems", "network", "ready"])
+            self.assertEqual(self.notes(guest), WITH_NOTES - {"host-keys"})
 
     def answer_at_screen(self, guest, name, key):
         guest.wait_until(f"grep -q 'current plugin: {name}' /dev/vcs1")
