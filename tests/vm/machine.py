@@ -8,7 +8,7 @@ import socket
 import subprocess
 import time
 
-TIMEOUT = 60.0
+TIMEOUT = 180.0
 # Emulated even where the hardware could do it: that takes seconds too, and is the same everywhere.
 EMULATOR = ("qemu-system-x86_64", "-accel", "tcg", "-cpu", "max", "-m", "256", "-smp", "2",
             "-no-user-config", "-nodefaults", "-vga", "std", "-display", "none", "-no-reboot")
