@@ -44,10 +44,14 @@ std::string folderOf(const std::string& path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-/// Brings a file or a folder to the disk.
-bool sync(const std::string& path) {
+/// Opens a file or a folder for sync().
+UniqueFd openToSync(const std::string& path) {
   // Neither a FIFO that somebody put there nor a terminal may hold us up.
-  const UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  return UniqueFd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+}
+
+/// Brings a file or a folder to the disk.
+bool sync(const UniqueFd& file) {
   return file && retryInterrupted([&] { return ::fsync(file.get()); }) == 0;
 }
 
@@ -88,16 +92,19 @@ void afstream::commit() {
   }
   flush();
   if (rdbuf()->close() == nullptr) setstate(failbit);
-  if (!sync(temporaryPath_)) setstate(failbit);
+  const UniqueFd file = openToSync(temporaryPath_);
+  if (!sync(file)) setstate(failbit);
 
   struct stat old {};
   errno = 0;
   const int statError = ::stat(destinationPath_.c_str(), &old) == 0 ? 0 : errno;
   replaceDestination();
-  if (statError == ENOENT) return;
   // The old permission bits are unknown when the old file could not be looked at.
-  int error = statError;
-  if (error == 0 && ::chmod(destinationPath_.c_str(), old.st_mode & 07777) != 0) error = errno;
+  int error = statError == ENOENT ? 0 : statError;
+  if (statError == 0 && ::chmod(destinationPath_.c_str(), old.st_mode & 07777) != 0) error = errno;
+  // The file once more: on a FAT volume, what was moved is an empty file until then.
+  if (!sync(file)) setstate(failbit);
+  if (!sync(openToSync(folderOf(destinationPath_)))) setstate(failbit);
   if (error != 0) {
     throw systemFailure("failed to restore file permissions, file permissions may be incorrect: ",
                         error);
@@ -105,12 +112,10 @@ void afstream::commit() {
 }
 
 void afstream::replaceDestination() {
-  if (::rename(temporaryPath_.c_str(), destinationPath_.c_str()) != 0) {
-    const int error = errno;
-    throw systemFailure("unable to rename '" + temporaryPath_ + "' to '" + destinationPath_ + "': ",
-                        error);
-  }
-  if (!sync(folderOf(destinationPath_))) setstate(failbit);
+  if (::rename(temporaryPath_.c_str(), destinationPath_.c_str()) == 0) return;
+  const int error = errno;
+  throw systemFailure("unable to rename '" + temporaryPath_ + "' to '" + destinationPath_ + "': ",
+                      error);
 }
 
 void copyFileInto(const char* source, afstream& target) {

@@ -33,9 +33,9 @@ def main():
         mark.write("\n".join(programs(root)) + "\n")
 
 
-def install(build, root, cmake):
+def install(build, root, cmake, *options):
     environment = {**os.environ, "DESTDIR": root}
-    done = subprocess.run([cmake, "--install", build], env=environment, text=True,
+    done = subprocess.run([cmake, "--install", build, *options], env=environment, text=True,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
     if done.returncode != 0:
         sys.exit(f"{done.stdout}\ncannot install {build}")

@@ -238,7 +238,7 @@ TEST_F(AtomicFileStream, ADestinationThatCanNeitherBeLookedAtNorReplacedIsARenam
   EXPECT_EQ(readFile(kFile), "old");
 }
 
-TEST_F(AtomicFileStream, CommitSyncsTheFileBeforeTheRenameAndTheFolderAfterIt) {
+TEST_F(AtomicFileStream, CommitSyncsTheFileBeforeTheRenameAndBothFileAndFolderAfterIt) {
   afstream file;
   file.open(kFile, std::ios_base::trunc);
   file << "new";
@@ -249,7 +249,7 @@ TEST_F(AtomicFileStream, CommitSyncsTheFileBeforeTheRenameAndTheFolderAfterIt) {
   file.commit();
   EXPECT_FALSE(replacedAtFirstSync);
   EXPECT_EQ(syncsBeforeRename, 1);
-  EXPECT_EQ(callCount("fsync"), 2);
+  EXPECT_EQ(callCount("fsync"), 3);
   EXPECT_TRUE(file.good());
 }
 
@@ -263,11 +263,21 @@ TEST_F(AtomicFileStream, AFailingSyncOfTheFileOnlySetsTheFailbit) {
   EXPECT_EQ(readFile(kFile), "new");
 }
 
-TEST_F(AtomicFileStream, AFailingSyncOfTheFolderOnlySetsTheFailbit) {
+TEST_F(AtomicFileStream, AFailingSyncOfTheMovedFileOnlySetsTheFailbit) {
   afstream file;
   file.open(kFile, std::ios_base::trunc);
   file << "new";
   failCall("fsync", {.error = EIO, .skip = 1});
+  file.commit();
+  EXPECT_TRUE(file.fail());
+  EXPECT_EQ(readFile(kFile), "new");
+}
+
+TEST_F(AtomicFileStream, AFailingSyncOfTheFolderOnlySetsTheFailbit) {
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  file << "new";
+  failCall("fsync", {.error = EIO, .skip = 2});
   file.commit();
   EXPECT_TRUE(file.fail());
   EXPECT_EQ(readFile(kFile), "new");
@@ -279,7 +289,7 @@ TEST_F(AtomicFileStream, AnInterruptedSyncIsRepeated) {
   failCall("fsync", {.error = EINTR, .times = 3});
   file.commit();
   EXPECT_TRUE(file.good());
-  EXPECT_EQ(callCount("fsync"), 5);
+  EXPECT_EQ(callCount("fsync"), 6);
 }
 
 TEST_F(AtomicFileStream, AFullDiskShowsInTheStreamWhenItIsFlushed) {
