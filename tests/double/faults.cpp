@@ -127,6 +127,8 @@ bool takeOne(std::atomic<int>& counter) {
   return false;
 }
 
+std::atomic<bool> pollsHaveNoLimit = false;
+
 /// The error with which this call is to fail, or 0.
 int errorFor(Call call) {
   Plan* all = plans.load();
@@ -186,7 +188,10 @@ int callCount(std::string_view call, Where where) {
   return count;
 }
 
+void pollWithoutLimit() { pollsHaveNoLimit = true; }
+
 void resetFaults() {
+  pollsHaveNoLimit = false;
   for (std::size_t call = 0; call < kCalls; ++call) {
     actionArmed[call] = false;
     Plan& plan = plans.load()[call];
@@ -379,6 +384,7 @@ sighandler_t __wrap_signal(int number, sighandler_t handler) {
 
 int __real_poll(pollfd*, nfds_t, int);
 int __wrap_poll(pollfd* watched, nfds_t count, int milliseconds) {
+  if (pollsHaveNoLimit) milliseconds = -1;
   return perform(kPoll, -1, [&] { return __real_poll(watched, count, milliseconds); });
 }
 

@@ -31,11 +31,14 @@ void failCall(std::string_view call, Fault fault);
 /// Runs `action` once, in this process, right after the next call of that name that succeeds.
 void afterCall(std::string_view call, std::function<void()> action);
 
+/// Makes every coming poll(2) wait without limit, so that only an event ends it.
+void pollWithoutLimit();
+
 /// How often the call was made since the last resetFaults(), failed ones included.
 int callCount(std::string_view call, Where where = Where::kEverywhere);
 
-/// Disarms everything and puts all counts to 0. The calling process becomes the one that counts
-/// as "this" until something is armed elsewhere.
+/// Disarms everything, gives poll its limits back and puts all counts to 0. The calling process
+/// becomes the one that counts as "this" until something is armed elsewhere.
 void resetFaults();
 
 }  // namespace bootforge::doubles
