@@ -25,10 +25,14 @@ NO_LICENSE = ('Bootforge dependency error: Initialization barrier "license" is n
 NAMES = ("clock", "disk", "keys", "broken", "login", "motd", "license-check")
 EDGES = [("clock", "keys"), ("keys", "login"), ("disk", "broken"), ("broken", "login"),
          ("disk", "probe")]
-# The syslog daemon's part: it leaves its number and tells of its reload.
+# The syslog daemon's part: it leaves its number, once that may be used, and tells of its reload.
 SYSLOGD_SCRIPT = f"""
-( trap 'kill $!; echo reloaded >>/tmp/syslogd; exit' USR1
-  while :; do sleep 3600 & wait; done ) &
+: >/tmp/ready
+( sleep 3600 &
+  trap 'kill $!; echo reloaded >>/tmp/syslogd; exit' USR1
+  echo >/tmp/ready
+  wait ) &
+until [ -s /tmp/ready ]; do :; done
 echo $! >{SYSLOGD_PID}
 echo "started with $# words" >>/tmp/syslogd
 """
