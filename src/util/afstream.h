@@ -46,9 +46,9 @@ class afstream : public std::ofstream {
   /// when there is no destination, when the file could not be moved, and when it was moved but may
   /// not have the right permission bits.
   ///
-  /// The file is synced before the move, and again with its folder after it, so that the new content
-  /// survives a power cut on any file system. A sync that fails sets the failbit, as does a failing
-  /// close; neither throws.
+  /// The file is synced before the move, and again with its folder after it, so that the new
+  /// content survives a power cut on any file system. A sync that fails sets the failbit, as does a
+  /// failing close; neither throws.
   void commit();
 
  private:
