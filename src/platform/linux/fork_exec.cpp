@@ -31,13 +31,12 @@ bool placeDescriptors(const int* descriptors, std::uint32_t count) {
 
 /// Closes all descriptors from there on when the program is executed; until then the failure of
 /// that can be told through one of them.
-bool closeFromOnExec(unsigned first) {
+void closeFromOnExec(unsigned first) {
 #ifdef CLOSE_RANGE_CLOEXEC
-  if (::syscall(SYS_close_range, first, ~0U, CLOSE_RANGE_CLOEXEC) == 0) return true;
+  if (::syscall(SYS_close_range, first, ~0U, CLOSE_RANGE_CLOEXEC) == 0) return;
 #endif
   const long limit = ::sysconf(_SC_OPEN_MAX);
   for (long fd = first; fd < limit; ++fd) ::fcntl(static_cast<int>(fd), F_SETFD, FD_CLOEXEC);
-  return true;
 }
 
 /// The C library's own calls would change the ids of every thread of the process that we share.
@@ -80,8 +79,8 @@ extern "C" int HvkSyscall_ForkExec(const char* path, char* const arguments[],
   if (child == 0) {
     if (::fchdir(workingDirectory) == 0 &&
         placeDescriptors(descriptors, parameters->descriptorCount) &&
-        closeFromOnExec(parameters->descriptorCount) &&
         takeIds(parameters->user, parameters->group)) {
+      closeFromOnExec(parameters->descriptorCount);
       defaultSignals();
       ::execve(path, arguments, environment);
     }
