@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "hypcli/help.h"
 #include "platform/linux/command_line.h"
 #include "platform/linux/command_registry.h"
 #include "platform/linux/command_runner.h"
 #include "platform/log.h"
+#include "tools/hypcli/help.h"
 
 namespace {
 

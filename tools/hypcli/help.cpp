@@ -1,4 +1,4 @@
-#include "hypcli/help.h"
+#include "tools/hypcli/help.h"
 
 #include <algorithm>
 #include <cstdio>
