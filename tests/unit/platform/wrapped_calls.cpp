@@ -12,7 +12,7 @@ namespace bootforge::test {
 
 WriteBehaviour writeBehaviour;
 int epollCreations = -1;
-int pollCalls = 0;
+std::atomic<int> pollCalls = 0;
 PidfdBehaviour pidfdBehaviour;
 
 }  // namespace bootforge::test

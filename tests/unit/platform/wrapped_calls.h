@@ -1,6 +1,7 @@
 // System calls of the code under test that can be counted and made to fail.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 
 namespace bootforge::test {
@@ -18,7 +19,7 @@ extern WriteBehaviour writeBehaviour;
 extern int epollCreations;
 
 /// How often poll(2) was called in this process.
-extern int pollCalls;
+extern std::atomic<int> pollCalls;
 
 /// What pidfd_open(2) does in this process.
 struct PidfdBehaviour {
