@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
+#include <string_view>
 
 namespace bootforge::test {
 
@@ -14,12 +15,14 @@ WriteBehaviour writeBehaviour;
 int epollCreations = -1;
 std::atomic<int> pollCalls = 0;
 PidfdBehaviour pidfdBehaviour;
+RemovalBehaviour removals;
 
 }  // namespace bootforge::test
 
 using bootforge::test::epollCreations;
 using bootforge::test::pidfdBehaviour;
 using bootforge::test::pollCalls;
+using bootforge::test::removals;
 using bootforge::test::writeBehaviour;
 
 extern "C" {
@@ -28,11 +31,13 @@ ssize_t __real_write(int fd, const void* data, size_t size);
 int __real_epoll_create1(int flags);
 int __real_poll(pollfd* descriptors, nfds_t count, int timeout);
 long __real_syscall(long number, ...);
+int __real_unlinkat(int directory, const char* path, int flags);
 
 ssize_t __wrap_write(int fd, const void* data, size_t size);
 int __wrap_epoll_create1(int flags);
 int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout);
 long __wrap_syscall(long number, ...);
+int __wrap_unlinkat(int directory, const char* path, int flags);
 
 ssize_t __wrap_write(int fd, const void* data, size_t size) {
   ++writeBehaviour.calls;
@@ -74,6 +79,14 @@ long __wrap_syscall(long number, ...) {
   for (long& value : values) value = va_arg(arguments, long);
   va_end(arguments);
   return __real_syscall(number, values[0], values[1], values[2]);
+}
+
+int __wrap_unlinkat(int directory, const char* path, int flags) {
+  if (!removals.path.empty() && std::string_view(path).starts_with(removals.path)) {
+    errno = removals.error;
+    return -1;
+  }
+  return __real_unlinkat(directory, path, flags);
 }
 
 }  // extern "C"

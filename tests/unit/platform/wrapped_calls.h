@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <string>
 
 namespace bootforge::test {
 
@@ -27,5 +28,12 @@ struct PidfdBehaviour {
   int refused = 0;  // how often it has failed so
 };
 extern PidfdBehaviour pidfdBehaviour;
+
+/// What unlinkat(2) does in this process.
+struct RemovalBehaviour {
+  std::string path;  // removals of paths that begin so fail; empty = none
+  int error = 0;     // ... with this errno
+};
+extern RemovalBehaviour removals;
 
 }  // namespace bootforge::test
