@@ -46,7 +46,7 @@ void Dispatcher::ExecuteCommand(std::shared_ptr<CommandInput> input,
   const std::list<std::string>& path = input->GetCommandPath();
   host_linux::BoundCommand bound =
       host_linux::bindCommand(state_->registry, {path.begin(), path.end()}, input->GetParameters());
-  if (bound.errors.empty()) bound.errors = host_linux::runCommand(bound.words);
+  if (bound.errors.empty()) bound.errors = host_linux::runCommand(bound);
   for (std::string& error : bound.errors) output->AddError(std::move(error));
 }
 

@@ -150,6 +150,35 @@ TEST_F(Dispatcher, TellsHowMuchOfAFloodWasNotPassedOn) {
   EXPECT_EQ(child.err.size(), 65536 + end.size());
 }
 
+TEST_F(Dispatcher, GivesAThousandLinesAndTellsHowMuchMoreThereWas) {
+  writeFile("/bin/complain", "#!/bin/sh\nyes | head -c 100000 >&2\nexit 3\n", 0755);
+  Errors errors = run("test it complain");
+  ASSERT_EQ(errors.size(), 1002U);
+  EXPECT_EQ(errors[0], "y");
+  EXPECT_EQ(errors[999], "y");
+  EXPECT_EQ(errors[1000], "/bin/complain wrote 98000 bytes more");
+  EXPECT_EQ(errors[1001], "/bin/complain exited with code 3");
+
+  writeFile("/bin/complain", "#!/bin/sh\nyes | head -n 1000 >&2\nexit 3\n", 0755);
+  errors = run("test it complain");
+  ASSERT_EQ(errors.size(), 1001U);
+  EXPECT_EQ(errors[1000], "/bin/complain exited with code 3");
+
+  writeFile("/bin/complain", "#!/bin/sh\nhead -c 70000 /dev/zero | tr '\\0' x >&2\nexit 3\n", 0755);
+  EXPECT_EQ(run("test it complain"),
+            (Errors{std::string(65536, 'x'), "/bin/complain wrote 4464 bytes more",
+                    "/bin/complain exited with code 3"}));
+}
+
+TEST_F(Dispatcher, GivesControlCharactersOfAProgramAsText) {
+  writeFile("/bin/complain", "#!/bin/sh\nprintf '\\033[2J\\ta\\000b\\r\\n' >&2\nexit ${1#code=}\n",
+            0755);
+  EXPECT_EQ(run("test it complain --code=3"),
+            (Errors{"\\x1b[2J\ta\\x00b\\x0d", "/bin/complain exited with code 3"}));
+  Finished child = runInChild([this] { EXPECT_EQ(run("test it complain --code=0"), Errors{}); });
+  EXPECT_EQ(child.err, "\\x1b[2J\ta\\x00b\\x0d\n");
+}
+
 TEST_F(Dispatcher, LeavesNoDescriptorOpenWhateverHappens) {
   int before = countOpenDescriptors();
   for (const char* line : {"test it nope", "test it note -n x -a 1", "test it complain --code=3",

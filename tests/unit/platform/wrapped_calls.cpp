@@ -72,13 +72,12 @@ long __wrap_syscall(long number, ...) {
     errno = pidfdBehaviour.error;
     return -1;
   }
-  // Nothing here calls by number with more than three arguments.
   va_list arguments;
   va_start(arguments, number);
-  long values[3];
+  long values[6];
   for (long& value : values) value = va_arg(arguments, long);
   va_end(arguments);
-  return __real_syscall(number, values[0], values[1], values[2]);
+  return __real_syscall(number, values[0], values[1], values[2], values[3], values[4], values[5]);
 }
 
 int __wrap_unlinkat(int directory, const char* path, int flags) {
