@@ -36,8 +36,8 @@ json::value parseJson(std::string_view file) {
   fail("line " + std::to_string(line), error.message());
 }
 
-const json::object& asObject(const json::value& value, const std::string& where) {
-  if (!value.is_object()) fail(where, "is no object");
+const json::object& asObject(const json::value& value, std::string_view where) {
+  if (!value.is_object()) fail(std::string(where), "is no object");
   return value.get_object();
 }
 
