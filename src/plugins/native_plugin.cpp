@@ -38,13 +38,13 @@ SharedObject load(const std::string& path) {
 }
 
 template <typename Record>
-const Record& symbol(const SharedObject& object, const std::string& name, const std::string& path) {
+const Record& symbol(const SharedObject& object, const char* name, const std::string& path) {
   ::dlerror();
-  const void* const address = ::dlsym(object.get(), name.c_str());
+  const void* const address = ::dlsym(object.get(), name);
   const char* error = ::dlerror();
   if (error == nullptr && address == nullptr) error = "symbol has no address";
   if (error != nullptr) {
-    throw Exception("Failed loading symbol: " + name + " Located at: " + path +
+    throw Exception(std::string("Failed loading symbol: ") + name + " Located at: " + path +
                     " Reason: " + error);
   }
   return *static_cast<const Record*>(address);
