@@ -55,12 +55,14 @@ class LoadedObject {
   /// How many bytes the object gives the symbol at an address; none when it does not say.
   static std::optional<std::size_t> sizeAt(const void* address) {
     Dl_info information{};
-    const ElfW(Sym)* entry = nullptr;
-    if (::dladdr1(address, &information, reinterpret_cast<void**>(&entry), RTLD_DL_SYMENT) == 0 ||
-        entry == nullptr || information.dli_saddr != address || entry->st_size == 0) {
+    void* entry = nullptr;
+    if (::dladdr1(address, &information, &entry, RTLD_DL_SYMENT) == 0 || entry == nullptr ||
+        information.dli_saddr != address) {
       return std::nullopt;
     }
-    return entry->st_size;
+    const std::size_t size = static_cast<const ElfW(Sym)*>(entry)->st_size;
+    if (size == 0) return std::nullopt;
+    return size;
   }
 
   template <typename Value>
@@ -76,12 +78,14 @@ class LoadedObject {
     for (char chunk[256];;) {
       const char* const at = address + text.size();
       // Never over the end of a page: what is behind it need not be there.
-      const std::size_t size = std::min(sizeof chunk, kPage - reinterpret_cast<std::uintptr_t>(at) % kPage);
+      const std::size_t size =
+          std::min(sizeof chunk, kPage - reinterpret_cast<std::uintptr_t>(at) % kPage);
       const std::size_t count = copy(at, chunk, size);
       if (count == 0) reject(native::kWildPointer);
       const void* const end = std::memchr(chunk, 0, count);
-      text.append(chunk, end == nullptr ? count
-                                        : static_cast<std::size_t>(static_cast<const char*>(end) - chunk));
+      text.append(chunk, end == nullptr
+                             ? count
+                             : static_cast<std::size_t>(static_cast<const char*>(end) - chunk));
       if (end != nullptr) return text;
     }
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <set>
 
 #include "reading/nearest.h"
@@ -189,6 +190,10 @@ void remarkOnKeys(const JsonText& json, const Value& object, const Keys& known,
 }
 
 }  // namespace
+
+const char* unreadableDescription(int error) {
+  return error == EFBIG ? "larger than 16 MiB" : "no such file or directory";
+}
 
 Description readDescription(const JsonText& json) { return Reader(json).read(); }
 

@@ -64,6 +64,10 @@ struct Description {
   bool isGoodUpTo(Part part) const { return faults.empty() || faults.front().part > part; }
 };
 
+/// Why a description whose file could not be read is rejected; `error` is that of the attempt.
+/// Files that are too large (EFBIG) are told from those that are not there or are no files.
+const char* unreadableDescription(int error);
+
 /// Reads a description. Never fails: what is wrong stands in it.
 Description readDescription(const JsonText& json);
 

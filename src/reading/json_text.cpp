@@ -99,8 +99,7 @@ class JsonText::Builder {
     seekToken();
     const std::size_t begin = at_ + 1;
     // A string without escapes comes in one piece, as it stands in the text.
-    if (parts_.empty() && begin + last.size() < text_.size() &&
-        text_[begin + last.size()] == '"' &&
+    if (parts_.empty() && begin + last.size() < text_.size() && text_[begin + last.size()] == '"' &&
         text_.compare(begin, last.size(), last.data(), last.size()) == 0) {
       add(Kind::String, narrow(last.size()));
       at_ = begin + last.size() + 1;

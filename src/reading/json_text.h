@@ -17,6 +17,17 @@ class JsonText {
  public:
   enum class Kind : std::uint8_t { Null, Bool, Number, String, Array, Object };
 
+ private:
+  struct Node {
+    std::uint32_t at;
+    std::uint32_t next;  // the index behind the value and all that is in it
+    std::uint32_t
+        data;  // of a string: see stringOf(); of a number: its index; of a bool: its value
+    Kind kind;
+    bool isUnescaped = false;
+  };
+
+ public:
   /// A value in its text, which must outlive it. Cheap to copy.
   class Value {
    public:
@@ -36,7 +47,7 @@ class JsonText {
    private:
     friend class JsonText;
     Value(const JsonText& text, std::size_t index) : text_(&text), index_(index) {}
-    const auto& node() const { return text_->nodes_[index_]; }
+    const Node& node() const { return text_->nodes_[index_]; }
 
     const JsonText* text_;
     std::size_t index_;
@@ -77,14 +88,6 @@ class JsonText {
 
  private:
   class Builder;
-
-  struct Node {
-    std::uint32_t at;
-    std::uint32_t next;  // the index behind the value and all that is in it
-    std::uint32_t data;  // of a string: see stringOf(); of a number: its index; of a bool: its value
-    Kind kind;
-    bool isUnescaped = false;
-  };
 
   std::string_view stringOf(const Node& node) const;
 
