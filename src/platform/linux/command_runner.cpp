@@ -13,6 +13,7 @@
 #include "platform/linux/descriptor.h"
 #include "platform/linux/program.h"
 #include "platform/linux/text.h"
+#include "platform/log.h"
 
 namespace host_linux {
 namespace {
@@ -34,8 +35,9 @@ std::optional<std::string> expand(const std::vector<Piece>& pieces, const Values
   return argument;
 }
 
-/// A program that says more is cut short: each line becomes a message with the whole command.
-constexpr std::size_t kMostLines = 1000;
+/// A program that says more is cut short: each line becomes a message with the whole command. That
+/// many lines of a dozen characters fill the 64 KiB that are kept.
+constexpr std::size_t kMostLines = 5000;
 
 /// Appends the non-empty lines; returns how many bytes of lines were too many.
 std::size_t appendLines(const std::string& text, std::vector<std::string>* lines) {
@@ -77,36 +79,50 @@ void passOn(const ProgramEnd& end, const std::string& program) {
 
 }  // namespace
 
+std::vector<std::string> BoundCommand::errorTexts() const {
+  std::vector<std::string> texts;
+  for (const BindingError& error : errors) texts.push_back(error.text);
+  return texts;
+}
+
 BoundCommand bindCommand(const CommandRegistry& registry, const std::vector<std::string>& path,
                          const std::vector<std::pair<std::string, std::string>>& given) {
   std::string commandName = joinWords(path);
   const Command* found = registry.find(path);
+  using Kind = BindingError::Kind;
   BoundCommand bound;
   if (!found) {
-    bound.errors.push_back("unknown command '" + commandName + "'");
+    bound.errors.push_back(
+        {Kind::UnknownCommand, commandName, "unknown command '" + commandName + "'"});
     return bound;
   }
   const Command& command = *found;
+  bound.timeout = command.timeout;
   Values values(command.parameters.size(), nullptr);
   for (const auto& [name, value] : given) {
     std::optional<std::size_t> index = findParameter(command.parameters, name);
     if (!index) {
-      bound.errors.push_back("unknown parameter '" + name + "' of command '" + commandName + "'");
+      bound.errors.push_back({Kind::UnknownParameter, name,
+                              "unknown parameter '" + name + "' of command '" + commandName + "'"});
       continue;
     }
     values[*index] = &value;
     if (command.parameters[*index].flag && value != "true") {
-      bound.errors.push_back("parameter '" + name + "' of command '" + commandName +
-                             "' is a flag and takes no value");
+      bound.errors.push_back({Kind::ValueOfFlag, name,
+                              "parameter '" + name + "' of command '" + commandName +
+                                  "' is a flag and takes no value"});
     }
     if (value.find('\0') != std::string::npos) {
-      bound.errors.push_back("the value of parameter '" + name + "' holds a zero byte");
+      bound.errors.push_back(
+          {Kind::ZeroByte, name, "the value of parameter '" + name + "' holds a zero byte"});
     }
   }
   for (std::size_t i = 0; i < values.size(); ++i) {
     if (command.parameters[i].required && !values[i]) {
-      bound.errors.push_back("missing required parameter '" + command.parameters[i].name +
-                             "' of command '" + commandName + "'");
+      const std::string& name = command.parameters[i].name;
+      bound.errors.push_back(
+          {Kind::MissingParameter, name,
+           "missing required parameter '" + name + "' of command '" + commandName + "'"});
     }
   }
   bound.words.push_back(command.program);
@@ -127,7 +143,7 @@ std::vector<std::string> runCommand(const BoundCommand& command) {
   }
   std::vector<std::string> errors;
   const std::size_t more = appendLines(end.standardError, &errors) + end.dropped;
-  if (more > 0) errors.push_back(describeMore(program, more));
+  if (more > 0) Log_Level(3, "%s\n", describeMore(program, more).c_str());
   errors.push_back(program + " " + describeEnd(end, command.timeout));
   return errors;
 }

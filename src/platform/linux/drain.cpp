@@ -34,6 +34,7 @@ void keepNothingBut(int pipe) {
     if (null < 0 || ::dup2(null, stream) < 0) ::close(stream);
   }
   closeFrom(STDERR_FILENO + 1);
+  takeName();
 }
 
 [[noreturn]] void drainStandardInput() {
@@ -44,7 +45,6 @@ void keepNothingBut(int pipe) {
   if (::chdir("/") != 0) {
     // Then it keeps the folder that it is in; nothing depends on that.
   }
-  takeName();
   char thrownAway[4096];
   while (uninterrupted([&] { return ::read(STDIN_FILENO, thrownAway, sizeof thrownAway); }) > 0) {
   }

@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -20,19 +19,13 @@
 #include "platform/linux/outlet.h"
 #include "platform/linux/text.h"
 
-/// What an output could not get rid of, because nobody took it.
-struct Loss {
-  unsigned long messages = 0;  // not told of yet
-  bool patient = true;         // false from a message that was lost to one that gets through
-};
-
 /// Writes to standard output. `priority` is the least important one of syslog(3) that is let in.
 struct LogOutput {
   std::string identity;
   int priority = LOG_INFO;
   bool timeStamps = true;
   bool milliseconds = true;
-  Loss loss = {};
+  host_linux::Loss loss = {};
   bool cutOff = false;  // the terminal has the beginning of a line
   LogOutput* next = nullptr;
 };
@@ -46,7 +39,6 @@ using std::chrono::milliseconds;
 using CString = std::unique_ptr<char, decltype(&std::free)>;
 
 /// How long a message waits for somebody to take it.
-constexpr milliseconds kSyslogPatience(100);
 constexpr milliseconds kTerminalPatience(1000);
 
 constexpr const char* kLevelNames[] = {"error",   "error",  "error", "error",
@@ -62,7 +54,7 @@ struct Log {
   char* syslogIdentity = nullptr;  // null = no syslog output
   int syslogPriority = 0;
   host_linux::SyslogSocket syslogSocket;
-  Loss syslogLoss;
+  host_linux::Loss syslogLoss;
   LogOutput* outputs = nullptr;
   int stderrFrom = 0;
   int stderrTo = -1;
@@ -127,23 +119,6 @@ void writeLine(int fd, const std::string& line) {
   host_linux::writeAll(fd, line.data(), line.size());
 }
 
-/// Delivers a message, and before it, when earlier ones were lost, their number: messages come in
-/// the order in which they were logged. `send` takes a priority, a text and how long it may wait.
-template <typename Send>
-void deliver(Loss& loss, milliseconds patience, int priority, std::string_view text, Send send) {
-  const auto attempt = [&](int itsPriority, std::string_view itsText) {
-    const Delivery delivery =
-        send(itsPriority, itsText, loss.patient ? patience : milliseconds::zero());
-    if (delivery != Delivery::kNobody) loss.patient = delivery == Delivery::kDone;
-    return delivery;
-  };
-  if (loss.messages > 0) {
-    const std::string notice = std::to_string(loss.messages) + " messages were lost";
-    if (attempt(LOG_WARNING, notice) == Delivery::kDone) loss.messages = 0;
-  }
-  if (attempt(priority, text) == Delivery::kNoRoom) ++loss.messages;
-}
-
 Delivery writeLineToStdout(LogOutput& output, int priority, std::string_view text,
                            milliseconds patience) {
   std::string line;
@@ -172,10 +147,10 @@ Delivery writeLineToStdout(LogOutput& output, int priority, std::string_view tex
 }
 
 void writeToStdout(LogOutput& output, int priority, std::string_view text) {
-  deliver(output.loss, kTerminalPatience, priority, text,
-          [&output](int itsPriority, std::string_view itsText, milliseconds patience) {
-            return writeLineToStdout(output, itsPriority, itsText, patience);
-          });
+  host_linux::deliver(output.loss, kTerminalPatience, priority, text,
+                      [&output](int itsPriority, std::string_view itsText, milliseconds patience) {
+                        return writeLineToStdout(output, itsPriority, itsText, patience);
+                      });
 }
 
 void echoToStderr(int priority, std::string_view text) {
@@ -188,33 +163,16 @@ void echoToStderr(int priority, std::string_view text) {
   writeLine(STDERR_FILENO, line);
 }
 
-/// "<30>Mar  5 07:04:09 bootforge[412]: text", in local time, as syslog(3) has it.
-std::string syslogMessage(int priority, std::string_view text) {
-  constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                     "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-  if ((priority & LOG_FACMASK) == 0) priority |= LOG_DAEMON;
-  const time_t now = time(nullptr);
-  tm date{};
-  localtime_r(&now, &date);
-  char head[64];
-  const int length =
-      std::snprintf(head, sizeof head, "<%d>%s %2d %02d:%02d:%02d ", priority, kMonths[date.tm_mon],
-                    date.tm_mday, date.tm_hour, date.tm_min, date.tm_sec);
-  std::string message(head, static_cast<std::size_t>(length));
-  message += theLog.syslogIdentity;
-  message += '[';
-  message += std::to_string(getpid());
-  message += "]: ";
-  return message.append(text);
-}
-
 /// Requires the lock.
 void writeToSyslog(int priority, std::string_view text) {
   if (!theLog.syslogIdentity || LOG_PRI(priority) > theLog.syslogPriority) return;
-  deliver(theLog.syslogLoss, kSyslogPatience, priority, text,
-          [](int itsPriority, std::string_view itsText, milliseconds patience) {
-            return theLog.syslogSocket.send(syslogMessage(itsPriority, itsText), patience);
-          });
+  host_linux::deliver(theLog.syslogLoss, host_linux::kSyslogPatience, priority, text,
+                      [](int itsPriority, std::string_view itsText, milliseconds patience) {
+                        const std::string identity =
+                            theLog.syslogIdentity + ("[" + std::to_string(getpid()) + "]");
+                        return theLog.syslogSocket.send(
+                            host_linux::syslogMessage(itsPriority, identity, itsText), patience);
+                      });
 }
 
 void logMessage(int level, const char* message) {

@@ -8,7 +8,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <string>
 
 #include "platform/linux/descriptor.h"
@@ -73,6 +75,21 @@ Delivery writeToTerminal(int terminal, std::string_view text, milliseconds patie
     }
   }
   return Delivery::kDone;
+}
+
+std::string syslogMessage(int priority, std::string_view identity, std::string_view text) {
+  constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                     "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  if ((priority & LOG_FACMASK) == 0) priority |= LOG_DAEMON;
+  const time_t now = ::time(nullptr);
+  tm date{};
+  ::localtime_r(&now, &date);
+  char head[64];
+  const int length =
+      std::snprintf(head, sizeof head, "<%d>%s %2d %02d:%02d:%02d ", priority, kMonths[date.tm_mon],
+                    date.tm_mday, date.tm_hour, date.tm_min, date.tm_sec);
+  std::string message(head, static_cast<std::size_t>(length));
+  return message.append(identity).append(": ").append(text);
 }
 
 Delivery SyslogSocket::connect() {
