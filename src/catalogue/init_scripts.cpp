@@ -32,6 +32,8 @@ bool readLine(FILE* pipe, std::string& line) {
 
 }  // namespace
 
+bool isStartedByBoot(const std::string& name) { return name == "hvsyslogd" || name == "evtd"; }
+
 InitScripts enumerateInitScripts() {
   InitScripts scripts;
   const std::unique_ptr<FILE, ClosePipe> pipe(::popen("/bin/chkconfig -p", "r"));
