@@ -51,6 +51,10 @@ std::size_t distanceBetween(std::string_view one, std::string_view other, std::s
 
 void KnownNames::add(const std::string& name) {
   if (++counts_[name] > 1) return;
+  const bool isUsual = std::all_of(name.begin(), name.end(), [](char character) {
+    return character >= 0x20 && character < 0x7F && character != '\\';
+  });
+  if (isUsual) return;
   const auto addForm = [&](std::string form) {
     if (form != name) forms_.try_emplace(std::move(form), name);
   };
