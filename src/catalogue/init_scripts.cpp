@@ -4,8 +4,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <sstream>
+#include <optional>
 
+#include "reading/init_scripts.h"
 #include "util/exception.h"
 
 namespace bootforge {
@@ -37,12 +38,8 @@ InitScripts enumerateInitScripts() {
   if (!pipe || ::fileno(pipe.get()) <= 0) return scripts;
   try {
     for (std::string line; readLine(pipe.get(), line);) {
-      std::istringstream fields(line);
-      std::string path;
-      std::int32_t priority = 0;
-      if (!(fields >> path)) continue;
-      fields >> priority;
-      scripts.emplace(priority, path);
+      const std::optional<InitListLine> script = readInitListLine(line);
+      if (script) scripts.emplace(script->priority, script->path);
     }
   } catch (...) {
     throw Exception("Failed obtaining list of init.d scripts");

@@ -6,7 +6,7 @@
 #include <initializer_list>
 #include <stdexcept>
 
-#include "util/json_comments.h"
+#include "reading/json_comments.h"
 
 namespace host_linux {
 namespace {

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "catalogue/catalogue.h"
 #include "catalogue/discovery.h"
-#include "catalogue/plugin_list.h"
 #include "main/run_options.h"
 #include "tests/double/faults.h"
 #include "tests/double/recorder.h"
@@ -55,7 +55,7 @@ class DiscoveryTest : public testing::Test {
   }
 
   void discover(const std::string& fileName) {
-    discoverPlugin(fileName, plugins, bootFlags, runOnce, options);
+    discoverPlugin(fileName, catalogue, bootFlags, runOnce, options);
   }
 
   std::vector<std::string> names() const {
@@ -69,7 +69,8 @@ class DiscoveryTest : public testing::Test {
     return node.state();
   }
 
-  PluginList plugins;
+  Catalogue catalogue;
+  PluginList& plugins = catalogue.plugins;
   std::set<std::string> bootFlags;
   std::set<std::string> runOnce;
   RunOptions options;
