@@ -9,9 +9,9 @@
 
 #include "analyze/recorded/boot_summary.h"
 #include "analyze/recorded/critical_chain.h"
-#include "analyze/recorded/known_names.h"
 #include "analyze/recorded/rows.h"
 #include "analyze/recorded/text_table.h"
+#include "reading/nearest.h"
 #include "util/utf8.h"
 
 namespace bootforge::analyze {
@@ -79,11 +79,11 @@ Answer showCriticalChain(const Timeline& timeline, const std::optional<std::stri
   } else {
     // Of several of one name, the one that ended last.
     std::optional<std::size_t> chosen;
-    std::vector<std::string> names;
+    std::vector<std::string_view> names;
     bool listed = false;
     for (std::size_t index = 0; index < timeline.plugins.size(); ++index) {
       const TimedPlugin& plugin = timeline.plugins[index];
-      names.push_back(plugin.name);
+      names.emplace_back(plugin.name);
       listed = listed || plugin.name == *name;
       if (plugin.name != *name || !plugin.ran) continue;
       if (!chosen || endedLater(plugin, timeline.plugins[*chosen])) chosen = index;
@@ -93,11 +93,12 @@ Answer showCriticalChain(const Timeline& timeline, const std::optional<std::stri
     } else {
       answer.status = 1;
       std::string note = printable(*name) + (listed ? " did not run" : " is not in the log");
-      const std::vector<std::string> nearest =
-          listed ? std::vector<std::string>() : nearestNames(*name, names);
-      for (const std::string& near : nearest) {
-        note += (&near == &nearest.front() ? "; near it are " : ", ") + printable(near);
+      const std::vector<std::string_view> nearest =
+          listed ? std::vector<std::string_view>() : nearestNames(*name, names);
+      for (const std::string_view& near : nearest) {
+        note += (&near == &nearest.front() ? "; did you mean " : " or ") + printable(near);
       }
+      if (!nearest.empty()) note += '?';
       answer.notes.push_back(std::move(note));
     }
   }

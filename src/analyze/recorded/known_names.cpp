@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <numeric>
 #include <utility>
 
 #include "util/utf8.h"
@@ -26,25 +25,6 @@ std::string escaped(std::string_view name, const char* format, IsEscaped isEscap
     }
   }
   return result;
-}
-
-/// How many letters have to be added, left out or changed to make one of the other; `limit` + 1
-/// when more than `limit`.
-std::size_t distanceBetween(std::string_view one, std::string_view other, std::size_t limit) {
-  if (std::max(one.size(), other.size()) - std::min(one.size(), other.size()) > limit) {
-    return limit + 1;
-  }
-  std::vector<std::size_t> row(other.size() + 1);
-  std::iota(row.begin(), row.end(), std::size_t{0});
-  for (std::size_t i = 0; i < one.size(); ++i) {
-    std::size_t diagonal = std::exchange(row[0], i + 1);
-    for (std::size_t j = 0; j < other.size(); ++j) {
-      const std::size_t changed = diagonal + (one[i] == other[j] ? 0 : 1);
-      diagonal = row[j + 1];
-      row[j + 1] = std::min({changed, row[j] + 1, row[j + 1] + 1});
-    }
-  }
-  return std::min(row.back(), limit + 1);
 }
 
 }  // namespace
@@ -79,23 +59,6 @@ const std::string* KnownNames::find(std::string_view shown) const {
 std::size_t KnownNames::count(const std::string& name) const {
   const auto known = counts_.find(name);
   return known == counts_.end() ? 0 : known->second;
-}
-
-std::vector<std::string> nearestNames(std::string_view name,
-                                      const std::vector<std::string>& names) {
-  const std::size_t limit = std::max<std::size_t>(1, std::min<std::size_t>(name.size() / 3, 8));
-  std::vector<std::pair<std::size_t, std::string>> near;
-  for (const std::string& candidate : names) {
-    const std::size_t distance = distanceBetween(name, candidate, limit);
-    if (distance <= limit) near.emplace_back(distance, candidate);
-  }
-  std::sort(near.begin(), near.end());
-  near.erase(std::unique(near.begin(), near.end()), near.end());
-  constexpr std::size_t kMost = 3;
-  if (near.size() > kMost) near.resize(kMost);
-  std::vector<std::string> result;
-  for (auto& [distance, candidate] : near) result.push_back(std::move(candidate));
-  return result;
 }
 
 }  // namespace bootforge::analyze

@@ -5,7 +5,6 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <vector>
 
 namespace bootforge::analyze {
 
@@ -25,9 +24,5 @@ class KnownNames {
   std::unordered_map<std::string, std::size_t> counts_;
   std::unordered_map<std::string, std::string> forms_;  // unusual form -> name
 };
-
-/// The names nearest to one that is not known, nearest first: at most three, and only such as a
-/// slip of the finger explains.
-std::vector<std::string> nearestNames(std::string_view name, const std::vector<std::string>& names);
 
 }  // namespace bootforge::analyze
