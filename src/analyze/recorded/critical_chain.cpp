@@ -25,14 +25,13 @@ class ChainFinder {
     }
   }
 
-  std::vector<ChainLink> find(std::optional<std::size_t> to) const {
+  std::vector<ChainLink> find(std::optional<std::size_t> to) {
     std::vector<ChainLink> chain;
     if (!to) to = last();
     if (!to) return chain;
-    std::vector<bool> seen(timeline_.plugins.size());
-    // Where log and descriptions contradict each other it might go round.
-    for (std::size_t next = *to; !seen[next]; next = chain.back().waitedFor) {
-      seen[next] = true;
+    seen_.assign(timeline_.plugins.size(), false);
+    for (std::size_t next = *to;; next = chain.back().waitedFor) {
+      seen_[next] = true;
       chain.push_back(linkOf(next));
       if (chain.back().after == ChainLink::After::Start) break;
     }
@@ -80,7 +79,7 @@ class ChainFinder {
       --entry;
       // Ends ascend along a worker, so the first that is earlier ends the search.
       if (chosen && plugin(*entry).end < plugin(*chosen).end) break;
-      if (endedLater(*entry, chosen)) chosen = *entry;
+      if (!seen_[*entry] && endedLater(*entry, chosen)) chosen = *entry;
     }
     if (!chosen) return false;
     link.after = ChainLink::After::Worker;
@@ -94,7 +93,7 @@ class ChainFinder {
     timeline_.dependencies.forEachRequired(link.plugin, [&](std::size_t number) {
       const Gate& gate = timeline_.dependencies.gates()[number];
       std::optional<std::size_t> provider = lastProvider_[number];
-      if (provider == link.plugin) provider = lastProvider(timeline_, gate, link.plugin);
+      if (provider && seen_[*provider]) provider = lastProvider(timeline_, gate, seen_);
       if (!provider) return;
       const bool isSame = provider == chosen && gate.name < link.milestone;
       if (!isSame && (provider == chosen || !endedLater(*provider, chosen))) return;
@@ -108,6 +107,9 @@ class ChainFinder {
   }
 
   const Timeline& timeline_;
+  // What stands in the chain already is not taken again: plugins of one moment that take no time
+  // may seem to follow each other both ways.
+  std::vector<bool> seen_;
   std::vector<std::vector<std::size_t>> onWorker_;  // in the order in which they ran
   std::vector<std::optional<std::size_t>> lastProvider_;
 };

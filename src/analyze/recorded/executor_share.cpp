@@ -5,6 +5,7 @@
 #include <map>
 #include <numeric>
 #include <optional>
+#include <utility>
 
 namespace bootforge::analyze {
 namespace {
@@ -53,10 +54,10 @@ std::optional<std::int64_t> commonMultiple(const std::vector<Stretch>& stretches
 template <typename Number>
 class Advance {
  public:
-  Advance(const std::vector<Stretch>& stretches, Number unit) : stretches_(stretches) {
-    before_.reserve(stretches.size() + 1);
+  Advance(std::vector<Stretch> stretches, Number unit) : stretches_(std::move(stretches)) {
+    before_.reserve(stretches_.size() + 1);
     before_.push_back(0);
-    for (const Stretch& stretch : stretches) {
+    for (const Stretch& stretch : stretches_) {
       rates_.push_back(unit / static_cast<Number>(stretch.sharers));
       before_.push_back(before_.back() +
                         rates_.back() * static_cast<Number>(stretch.end - stretch.start));
@@ -74,7 +75,7 @@ class Advance {
   }
 
  private:
-  const std::vector<Stretch>& stretches_;
+  const std::vector<Stretch> stretches_;
   std::vector<Number> rates_;
   std::vector<Number> before_;
 };

@@ -122,8 +122,10 @@ class TimelineMaker {
       const TimedPlugin* latest = nullptr;
       timeline_.dependencies.forEachRequired(index, [&](std::size_t number) {
         std::optional<std::size_t> provider = last[number];
-        if (provider == index) {
-          provider = lastProvider(timeline_, timeline_.dependencies.gates()[number], index);
+        if (provider == index) {  // nobody waits for itself
+          std::vector<bool> self(timeline_.plugins.size());
+          self[index] = true;
+          provider = lastProvider(timeline_, timeline_.dependencies.gates()[number], self);
         }
         if (!provider) return;
         const TimedPlugin& candidate = timeline_.plugins[*provider];
@@ -183,11 +185,11 @@ bool endedLater(const TimedPlugin& one, const TimedPlugin& other) {
 }
 
 std::optional<std::size_t> lastProvider(const Timeline& timeline, const Gate& gate,
-                                        std::optional<std::size_t> except) {
+                                        const std::vector<bool>& except) {
   std::optional<std::size_t> chosen;
   for (const std::size_t index : gate.providers) {
     const TimedPlugin& provider = timeline.plugins[index];
-    if (!provider.ran || index == except) continue;
+    if (!provider.ran || (!except.empty() && except[index])) continue;
     if (!chosen || endedLater(provider, timeline.plugins[*chosen])) chosen = index;
   }
   return chosen;

@@ -66,9 +66,10 @@ Timeline makeTimeline(const ProfileSection& section, const std::vector<KnownPlug
 /// ended together it is the one whose name sorts first.
 bool endedLater(const TimedPlugin& one, const TimedPlugin& other);
 
-/// The provider of a gate that ended last, `except` not counted; none when none ran.
+/// The provider of a gate that ended last, those marked in `except` not counted; none when none
+/// ran.
 std::optional<std::size_t> lastProvider(const Timeline& timeline, const Gate& gate,
-                                        std::optional<std::size_t> except = std::nullopt);
+                                        const std::vector<bool>& except = {});
 
 /// "activated", "failed", "skipped", "never" or "unknown".
 const char* textOf(TimedPlugin::Result result);
