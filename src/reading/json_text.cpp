@@ -1,7 +1,10 @@
 #include "reading/json_text.h"
 
+#include <algorithm>
 #include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/error.hpp>
+#include <unordered_set>
+#include <utility>
 
 #include "reading/json_comments.h"
 
@@ -145,6 +148,18 @@ JsonText::JsonText(std::string text) : text_(std::move(text)) {
 std::string_view JsonText::stringOf(const Node& node) const {
   if (node.isUnescaped) return unescaped_[node.data];
   return std::string_view(text_).substr(node.at + 1, node.data);
+}
+
+std::vector<JsonText::Entry> JsonText::lastEntries(const Value& object) const {
+  std::vector<Entry> all;
+  for (const Entry& entry : entries(object)) all.push_back(entry);
+  std::unordered_set<std::string_view> seen;
+  std::vector<Entry> last;
+  for (auto entry = all.rbegin(); entry != all.rend(); ++entry) {
+    if (seen.insert(entry->key).second) last.push_back(*entry);
+  }
+  std::reverse(last.begin(), last.end());
+  return last;
 }
 
 bool JsonText::find(const Value& object, std::string_view key, Value* found) const {

@@ -83,6 +83,9 @@ class JsonText {
   /// The entries of an array or an object, in the order of the text, duplicates included.
   Range entries(const Value& value) const;
 
+  /// The entries of an object that count: of those with one key the last.
+  std::vector<Entry> lastEntries(const Value& object) const;
+
   /// The last entry with that key, which is the one that counts; false when there is none.
   bool find(const Value& object, std::string_view key, Value* found) const;
 
