@@ -136,16 +136,13 @@ void readBare(const fs::path& directory) {
 }
 
 void readByDiscovery(const fs::path& directory) {
-  RunOptions& options = RunOptions::instance();
-  options.pluginDirectory = directory.string();
   // The plugins stay for as long as the process, as in a boot.
-  auto& plugins = *new PluginList;
-  const std::set<std::string> bootFlags;
-  std::set<std::string> runOnce;
+  auto& catalogue = *new Catalogue;
+  Selection selection;
   for (const auto& entry : fs::directory_iterator(directory)) {
-    discoverPlugin(entry.path().filename().string(), plugins, bootFlags, runOnce, options);
+    discoverPlugin(entry.path().filename().string(), directory.string(), selection, catalogue);
   }
-  benchmark::DoNotOptimize(plugins.size());
+  benchmark::DoNotOptimize(catalogue.plugins.size());
 }
 
 void reading(benchmark::State& state, void (*read)(const fs::path&)) {

@@ -18,10 +18,11 @@
 #include <vector>
 
 #include "bench/fresh_process.h"
-#include "catalogue/plugin_list.h"
+#include "catalogue/catalogue.h"
 #include "graph/executor.h"
 #include "graph/graph.h"
 #include "graph/priority_barrier.h"
+#include "tests/support/barriers.h"
 
 namespace bootforge::bench {
 namespace {
@@ -30,7 +31,7 @@ class IdleScript : public Plugin {
  public:
   IdleScript(std::string name, std::uint32_t priority) : Plugin(std::move(name), 3) {
     ScopedLock lock(graphLock);
-    attachToPriority(priorityBarrierFor(priority), *this);
+    attachToPriority(test::barriers(), priorityBarrierFor(test::barriers(), priority), *this);
   }
   void run(Executor& /*executor*/) override {}
   void start() override {}

@@ -4,6 +4,7 @@
 #include <sstream>
 #include <string>
 
+#include "reading/init_scripts.h"
 #include "util/exception.h"
 #include "util/regular_file.h"
 #include "util/shell.h"
@@ -19,12 +20,8 @@ InitScripts enumerateInitScripts() {
   if (!list) throw Exception("Failed obtaining list of init.d scripts");
   std::istringstream lines(*list);
   for (std::string line; std::getline(lines, line);) {
-    std::istringstream fields(line);
-    std::string path;
-    std::int32_t priority = 0;
-    if (!(fields >> path)) continue;
-    fields >> priority;
-    scripts.emplace(priority, path);
+    const std::optional<InitListLine> script = readInitListLine(line);
+    if (script) scripts.emplace(script->priority, script->path);
   }
   return scripts;
 }

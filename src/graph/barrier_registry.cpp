@@ -1,51 +1,33 @@
 #include "graph/barrier_registry.h"
 
 #include <algorithm>
-#include <string>
-#include <unordered_map>
 #include <utility>
 
-#include "graph/init_barrier.h"
-
 namespace bootforge {
-namespace {
 
-struct Hash {
-  using is_transparent = void;
-  std::size_t operator()(std::string_view name) const {
-    return std::hash<std::string_view>()(name);
-  }
-};
-
-// By hash, because descriptions look names up all the time and nobody but a dump asks for an order.
-using Registry = std::unordered_map<std::string, InitBarrier*, Hash, std::equal_to<>>;
-
-// Never destroyed, like the barriers in it.
-Registry& registry() REQUIRES(graphLock) {
-  static auto* const barriers = new Registry;
-  return *barriers;
-}
-
-}  // namespace
-
-InitBarrier* lookupBarrier(std::string_view name, bool create) {
+InitBarrier* BarrierRegistry::lookupBarrier(std::string_view name, bool create) {
   ScopedLock lock(graphLock);
-  Registry& barriers = registry();
-  const auto place = barriers.find(name);
-  if (place != barriers.end()) return place->second;
+  const auto place = byName_.find(name);
+  if (place != byName_.end()) return place->second;
   if (!create) return nullptr;
-  return barriers.try_emplace(std::string(name), new InitBarrier(std::string(name))).first->second;
+  InitBarrier& barrier = adopt(std::make_unique<InitBarrier>(std::string(name)));
+  byName_.try_emplace(std::string(name), &barrier);
+  return &barrier;
 }
 
-void registerBarrier(InitBarrier& barrier, const std::string& name) {
+void BarrierRegistry::registerBarrier(InitBarrier& barrier, const std::string& name) {
   ScopedLock lock(graphLock);
-  registry()[name] = &barrier;
+  byName_[name] = &barrier;
 }
 
-std::vector<InitBarrier*> allBarriers() {
+InitBarrier& BarrierRegistry::adopt(std::unique_ptr<InitBarrier> barrier) {
   ScopedLock lock(graphLock);
-  std::vector<std::pair<std::string_view, InitBarrier*>> entries(registry().begin(),
-                                                                 registry().end());
+  return *owned_.emplace_back(std::move(barrier));
+}
+
+std::vector<InitBarrier*> BarrierRegistry::allBarriers() const {
+  ScopedLock lock(graphLock);
+  std::vector<std::pair<std::string_view, InitBarrier*>> entries(byName_.begin(), byName_.end());
   std::sort(entries.begin(), entries.end());
   std::vector<InitBarrier*> barriers;
   barriers.reserve(entries.size());

@@ -50,7 +50,7 @@ void Executor::wakeWorkerIfNeeded() {
 }
 
 bool Executor::runOne() {
-  Node* const node = queue_.pop();
+  Node* const node = queue_.pop().node;
   if (node == nullptr) return false;
   --lookers_;
   wakeWorkerIfNeeded();
@@ -62,6 +62,8 @@ bool Executor::runOne() {
   node->complete(pass, *this);
   return true;
 }
+
+void Executor::complete(Node& node) { node.complete(node.queuedPass(), *this); }
 
 void Executor::work() noexcept {
   ScopedLock lock(graphLock);

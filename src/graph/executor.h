@@ -34,6 +34,12 @@ class Executor {
   /// lock, held once, is given back while the node works.
   bool runOne() REQUIRES(graphLock);
 
+  /// The two halves of a step, for who keeps a clock of their own and does no work between them:
+  /// takes the best node out of the queue, and marks a node that was taken as done, which offers
+  /// whoever waited for it to the queue.
+  ReadyQueue::Choice take() REQUIRES(graphLock) { return queue_.pop(); }
+  void complete(Node& node) REQUIRES(graphLock);
+
  private:
   void work() noexcept EXCLUDES(graphLock);
   void stop() EXCLUDES(graphLock);

@@ -23,26 +23,30 @@ void waitForAll(const std::vector<Node*>& nodes, void (Node::*wait)()) {
 
 }  // namespace
 
+void Graph::scheduleForward(Executor& executor) const {
+  ScopedLock lock(graphLock);
+  for (Node* node : nodes_) node->scheduleForward(executor);
+}
+
+void Graph::scheduleReverse(Executor& executor) const {
+  ScopedLock lock(graphLock);
+  for (Node* node : nodes_) node->scheduleReverse(executor);
+}
+
 void Graph::runForward(Executor& executor) const {
-  {
-    ScopedLock lock(graphLock);
-    for (Node* node : nodes_) node->scheduleForward(executor);
-  }
+  scheduleForward(executor);
   waitForAll(nodes_, &Node::waitForward);
 }
 
 void Graph::runReverse(Executor& executor) const {
-  {
-    ScopedLock lock(graphLock);
-    for (Node* node : nodes_) node->scheduleReverse(executor);
-  }
+  scheduleReverse(executor);
   waitForAll(nodes_, &Node::waitReverse);
 }
 
-void Graph::writeDot(std::ostream& out) const {
+void Graph::writeDot(std::ostream& out, const BarrierRegistry& barriers) const {
   out << "digraph g {" << std::endl;
   for (const Node* node : nodes_) node->writeDot(out);
-  for (const InitBarrier* barrier : allBarriers()) barrier->writeDot(out);
+  for (const InitBarrier* barrier : barriers.allBarriers()) barrier->writeDot(out);
   out << '}' << std::endl;
 }
 

@@ -8,6 +8,7 @@
 
 namespace bootforge {
 
+class BarrierRegistry;
 class Executor;
 
 /// The nodes that a run is asked for, in list order; it does not own them. Barriers take part
@@ -16,6 +17,13 @@ class Graph {
  public:
   explicit Graph(std::vector<Node*> nodes) : nodes_(std::move(nodes)) {}
 
+  const std::vector<Node*>& nodes() const { return nodes_; }
+
+  /// Schedules every node, in list order, and starts none: for who takes the ready nodes out of the
+  /// executor without workers.
+  void scheduleForward(Executor& executor) const;
+  void scheduleReverse(Executor& executor) const;
+
   /// Runs every node after all of its prerequisites and returns when the last one is done. No node
   /// starts before all of them have been scheduled, so the first choice is made among all that are
   /// ready. Blocks for ever when the graph has a cycle.
@@ -23,8 +31,8 @@ class Graph {
   /// Runs every node after all of its dependents. As runForward().
   void runReverse(Executor& executor) const EXCLUDES(graphLock);
 
-  /// Writes the graph and every barrier of the process in Graphviz's dot language.
-  void writeDot(std::ostream& out) const;
+  /// Writes the graph and every barrier of the registry in Graphviz's dot language.
+  void writeDot(std::ostream& out, const BarrierRegistry& barriers) const;
 
  private:
   std::vector<Node*> nodes_;

@@ -1,6 +1,8 @@
 #include "graph/priority_barrier.h"
 
 #include <algorithm>
+#include <memory>
+#include <utility>
 #include <vector>
 
 #include "graph/barrier_registry.h"
@@ -11,31 +13,26 @@
 namespace bootforge {
 namespace {
 
-// The priorities of all levels, ascending.
-std::vector<std::uint32_t>& levels() REQUIRES(graphLock) {
-  static auto* const priorities = new std::vector<std::uint32_t>;
-  return *priorities;
-}
-
 // The barrier of a level that stands in the list; each is registered, so it is always found.
-PriorityBarrier& barrierOf(std::uint32_t priority) {
-  return dynamic_cast<PriorityBarrier&>(*lookupBarrier(priorityBarrierName(priority), false));
+PriorityBarrier& barrierOf(BarrierRegistry& barriers, std::uint32_t priority) {
+  return dynamic_cast<PriorityBarrier&>(
+      *barriers.lookupBarrier(priorityBarrierName(priority), false));
 }
 
 }  // namespace
 
 PriorityBarrier::PriorityBarrier(std::uint32_t priority)
-    : InitBarrier(priorityBarrierName(priority)), priority_(priority) {
-  ScopedLock lock(graphLock);
-  auto& list = levels();
-  const auto place = list.insert(std::lower_bound(list.begin(), list.end(), priority), priority);
-  if (place != list.begin()) addPrerequisite(barrierOf(*std::prev(place)));
+    : InitBarrier(priorityBarrierName(priority)), priority_(priority) {}
+
+void PriorityBarrier::joinLevels(BarrierRegistry& barriers) {
+  auto& list = barriers.levels();
+  const auto place = list.insert(std::lower_bound(list.begin(), list.end(), priority_), priority_);
+  if (place != list.begin()) addPrerequisite(barrierOf(barriers, *std::prev(place)));
   if (std::next(place) != list.end()) {
-    PriorityBarrier& higher = barrierOf(*std::next(place));
+    PriorityBarrier& higher = barrierOf(barriers, *std::next(place));
     for (Node* plugin : higher.plugins()) addDependent(*plugin);
     addDependent(higher);
   }
-  registerBarrier(*this, name());
 }
 
 const Node::List& PriorityBarrier::plugins() {
@@ -54,23 +51,27 @@ std::string priorityBarrierName(std::uint32_t priority) {
   return "_<->_priority_<->_" + std::to_string(priority);
 }
 
-PriorityBarrier& priorityBarrierFor(std::uint32_t priority) {
+PriorityBarrier& priorityBarrierFor(BarrierRegistry& barriers, std::uint32_t priority) {
   ScopedLock lock(graphLock);
-  InitBarrier* const known = lookupBarrier(priorityBarrierName(priority), false);
+  InitBarrier* const known = barriers.lookupBarrier(priorityBarrierName(priority), false);
   if (auto* const barrier = dynamic_cast<PriorityBarrier*>(known)) return *barrier;
-  return *new PriorityBarrier(priority);
+  auto& barrier =
+      static_cast<PriorityBarrier&>(barriers.adopt(std::make_unique<PriorityBarrier>(priority)));
+  barrier.joinLevels(barriers);
+  barriers.registerBarrier(barrier, barrier.name());
+  return barrier;
 }
 
-void attachToPriority(PriorityBarrier& barrier, Node& script) {
+void attachToPriority(BarrierRegistry& barriers, PriorityBarrier& barrier, Node& script) {
   ScopedLock lock(graphLock);
-  const auto& list = levels();
+  const auto& list = barriers.levels();
   auto index = static_cast<std::size_t>(barrier.levelIndex_);
   if (index >= list.size() || list[index] != barrier.priority_) {
     index = static_cast<std::size_t>(std::lower_bound(list.begin(), list.end(), barrier.priority_) -
                                      list.begin());
     barrier.levelIndex_ = static_cast<std::int32_t>(index);
   }
-  if (index > 0) barrierOf(list[index - 1]).addDependent(script);
+  if (index > 0) barrierOf(barriers, list[index - 1]).addDependent(script);
   barrier.addPrerequisite(script);
 }
 

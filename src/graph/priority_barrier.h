@@ -13,10 +13,10 @@
 
 namespace bootforge {
 
+class BarrierRegistry;
+
 class PriorityBarrier : public InitBarrier {
  public:
-  /// Takes its place in the chain of levels and registers itself; below a level that has scripts
-  /// already, it comes between them and the level under it. Takes the graph lock.
   explicit PriorityBarrier(std::uint32_t priority);
 
   /// A level never reports anything.
@@ -26,7 +26,12 @@ class PriorityBarrier : public InitBarrier {
   std::uint32_t priority() const { return priority_; }
 
  private:
-  friend void attachToPriority(PriorityBarrier& barrier, Node& script);
+  friend PriorityBarrier& priorityBarrierFor(BarrierRegistry& barriers, std::uint32_t priority);
+  friend void attachToPriority(BarrierRegistry& barriers, PriorityBarrier& barrier, Node& script);
+
+  /// Takes its place in the chain of levels; below a level that has scripts already, it comes
+  /// between them and the level under it.
+  void joinLevels(BarrierRegistry& barriers) REQUIRES(graphLock);
 
   /// The plugins among the prerequisites, in list order.
   const List& plugins() REQUIRES(graphLock);
@@ -44,9 +49,9 @@ class PriorityBarrier : public InitBarrier {
 std::string priorityBarrierName(std::uint32_t priority);
 
 /// The level of a priority, made when there is none yet. Takes the graph lock.
-PriorityBarrier& priorityBarrierFor(std::uint32_t priority);
+PriorityBarrier& priorityBarrierFor(BarrierRegistry& barriers, std::uint32_t priority);
 
 /// Puts a script on its level. Takes the graph lock.
-void attachToPriority(PriorityBarrier& barrier, Node& script);
+void attachToPriority(BarrierRegistry& barriers, PriorityBarrier& barrier, Node& script);
 
 }  // namespace bootforge

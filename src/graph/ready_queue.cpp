@@ -33,16 +33,17 @@ void ReadyQueue::sort(Node& node) {
   latest_->second.append(node, randomize_);
 }
 
-Node* ReadyQueue::pop() {
-  if (size_ == 0) return nullptr;
+ReadyQueue::Choice ReadyQueue::pop() {
+  if (size_ == 0) return {};
   const std::size_t draw = randomize_ ? static_cast<std::size_t>(std::rand()) : 0;
   --size_;
-  if (single_ != nullptr) return std::exchange(single_, nullptr);
+  if (single_ != nullptr) return {std::exchange(single_, nullptr), 0};
   const auto best = groups_.begin();
   Peers& peers = best->second;
   Node* const node = randomize_ ? peers.take(draw % peers.present) : peers.takeFirst();
-  if (peers.present == 0) retire(best);
-  return node;
+  const std::size_t equals = peers.present;
+  if (equals == 0) retire(best);
+  return {node, equals};
 }
 
 void ReadyQueue::retire(Groups::iterator group) {

@@ -23,8 +23,15 @@ class ReadyQueue {
   bool empty() const REQUIRES(graphLock) { return size_ == 0; }
   std::size_t size() const REQUIRES(graphLock) { return size_; }
   void push(Node& node) REQUIRES(graphLock);
-  /// Takes the best node out; null when there is none. Calls rand(3) once when randomizing.
-  Node* pop() REQUIRES(graphLock);
+  /// A node that was taken out, null for none, and how many others of its class and weight were
+  /// there: equally good, so that only their order of arrival (or chance) decided.
+  struct Choice {
+    Node* node = nullptr;
+    std::size_t equals = 0;
+  };
+
+  /// Takes the best node out. Calls rand(3) once when randomizing and there is one.
+  Choice pop() REQUIRES(graphLock);
 
  private:
   struct Key {

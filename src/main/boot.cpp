@@ -71,7 +71,7 @@ class Boot {
     leaveSession();
     try {
       commandLine_.daemon ? gatherDaemons() : gatherPlugins();
-      profile_.plugins = &plugins_;
+      profile_.plugins = &catalogue_.plugins;
       runGraph();
     } catch (const std::exception& error) {
       giveUpRun(error.what());
@@ -114,13 +114,15 @@ class Boot {
   }
 
   void gatherPlugins() {
-    if (options_.invoke) loadRunOnceRecord(commandLine_.runOnce);
+    if (options_.invoke) loadRunOnceRecord(selection_.runOnce);
     if (commandLine_.plugins.empty()) {
       const std::list<DebugEntry> injections = loadDebugEntries();
       for (const auto& entry : boost::filesystem::directory_iterator(options_.pluginDirectory)) {
         discover(entry.path().filename().string());
       }
-      for (const DebugEntry& entry : injections) plugins_.push_back(makeDebugPlugin(entry));
+      for (const DebugEntry& entry : injections) {
+        catalogue_.plugins.push_back(std::make_unique<DebugPlugin>(entry, catalogue_.barriers));
+      }
     } else {
       for (const std::string& name : commandLine_.plugins) discover(name);
     }
@@ -133,7 +135,8 @@ class Boot {
       const std::string name = boost::filesystem::path(script).filename().string();
       if (excluded.contains(name)) continue;
       try {
-        plugins_.push_back(std::make_unique<LegacyDaemonPlugin>(name, script, priority));
+        catalogue_.plugins.push_back(
+            std::make_unique<LegacyDaemonPlugin>(name, script, priority, catalogue_.barriers));
       } catch (const std::exception& error) {
         Log_Level(3, "Failed to create init.d daemon plugin: %s because: %s\n", script.c_str(),
                   error.what());
@@ -150,13 +153,13 @@ class Boot {
   }
 
   void discover(const std::string& fileName) {
-    discoverPlugin(fileName, plugins_, commandLine_.bootFlags, commandLine_.runOnce, options_);
+    discoverPlugin(fileName, options_.pluginDirectory, selection_, catalogue_);
   }
 
   void runGraph() {
     std::vector<Node*> nodes;
-    nodes.reserve(plugins_.size());
-    for (const auto& plugin : plugins_) nodes.push_back(plugin.get());
+    nodes.reserve(catalogue_.plugins.size());
+    for (const auto& plugin : catalogue_.plugins) nodes.push_back(plugin.get());
     const Graph graph(std::move(nodes));
     chooseThreadCount();
     if (commandLine_.dump) {
@@ -172,7 +175,7 @@ class Boot {
     screen.ProgressText("Activating Bootforge Plugins");
     screen.StatusText("");
     graph.runForward(executor);
-    saveRunOnceRecord(commandLine_.runOnce);
+    saveRunOnceRecord(selection_.runOnce);
   }
 
   void chooseThreadCount() {
@@ -187,14 +190,15 @@ class Boot {
     }
     // Without a worker the run would wait for ever.
     processors = std::max(processors, 1U);
-    options_.threadCount = std::min(static_cast<std::uint32_t>(plugins_.size()), 2 * processors);
+    options_.threadCount =
+        std::min(static_cast<std::uint32_t>(catalogue_.plugins.size()), 2 * processors);
   }
 
   void dumpGraph(const Graph& graph) {
     std::ofstream file;
     if (!commandLine_.dumpPath.empty()) file.open(commandLine_.dumpPath);
     std::ostream& out = commandLine_.dumpPath.empty() ? std::cout : file;
-    if (out) graph.writeDot(out);
+    if (out) graph.writeDot(out, catalogue_.barriers);
     if (out) return;
     const int error = errno;
     const std::string target =
@@ -215,7 +219,8 @@ class Boot {
   RunOptions& options_ = RunOptions::instance();
   CommandLine commandLine_;
   Profile profile_;
-  PluginList plugins_;
+  Selection selection_{commandLine_.bootFlags, options_.disabledPlugins, commandLine_.runOnce};
+  Catalogue catalogue_;
   int status_ = 0;
 };
 

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "catalogue/plugin_list.h"
+#include "catalogue/catalogue.h"
 
 namespace bootforge {
 

@@ -6,11 +6,10 @@
 
 namespace bootforge {
 
-DebugPlugin::DebugPlugin(std::string name, const std::list<std::string>& provides,
-                         const std::list<std::string>& requires_, std::string command)
-    : Plugin(std::move(name)), command_(std::move(command)) {
-  for (const std::string& milestone : provides) provide(milestone);
-  for (const std::string& milestone : requires_) require(milestone);
+DebugPlugin::DebugPlugin(const DebugEntry& entry, BarrierRegistry& barriers)
+    : Plugin(entry.name), command_(entry.command) {
+  for (const std::string& milestone : entry.provides) provide(barriers, milestone);
+  for (const std::string& milestone : entry.requires_) require(barriers, milestone);
   apiVersion_ = 1;
 }
 
@@ -23,10 +22,6 @@ void DebugPlugin::start() {
 
 void DebugPlugin::applyHostProfile() {
   throw NotImplementedException("DebugPlugin::ApplyHostProfile");
-}
-
-std::unique_ptr<DebugPlugin> makeDebugPlugin(const DebugEntry& entry) {
-  return std::make_unique<DebugPlugin>(entry.name, entry.provides, entry.requires_, entry.command);
 }
 
 }  // namespace bootforge

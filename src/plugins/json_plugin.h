@@ -5,16 +5,22 @@
 #include <vector>
 
 #include "plugins/plugin.h"
+#include "reading/description.h"
 
 namespace bootforge {
 
-/// Read and validated whole by the constructor, immutable afterwards. Its operations are lists of
+/// Made of a description, whole, and immutable afterwards. Its operations are lists of
 /// management-CLI command lines, which the CLI executor process carries out.
 class JSONPlugin : public Plugin {
  public:
-  /// Throws InvalidPluginException, naming the path, when the description is unusable. Milestones
-  /// that it had named by then stay registered.
-  JSONPlugin(std::string name, const std::string& path);
+  using Commands = std::vector<std::string>;
+
+  /// Reads the description at the path. Throws InvalidPluginException, naming the path, when it is
+  /// unusable. Milestones that it had named before its first fault stay registered.
+  JSONPlugin(std::string name, const std::string& path, BarrierRegistry& barriers);
+  /// Of a description that has been read; throws as above.
+  JSONPlugin(std::string name, const std::string& path, const Description& description,
+             BarrierRegistry& barriers);
 
   void start() override;
   /// True from API version 2 on, when the description defines the operation.
@@ -22,8 +28,6 @@ class JSONPlugin : public Plugin {
   void applyHostProfile() override;
 
  private:
-  using Commands = std::vector<std::string>;
-
   void runCommands(const char* method, const Commands& commands);
 
   Commands startCommands_;

@@ -12,13 +12,14 @@ constexpr std::uint32_t kScriptClass = 3;
 }  // namespace
 
 LegacyDaemonPlugin::LegacyDaemonPlugin(std::string name, const std::string& script,
-                                       std::int32_t priority)
+                                       std::int32_t priority, BarrierRegistry& barriers)
     : DaemonPlugin(std::move(name), priority, kScriptClass) {
   const std::string command = script + " ++group=init/" + this->name();
   operations_[kStart] = command + " start";
   operations_[kStop] = command + " stop";
   ScopedLock lock(graphLock);
-  attachToPriority(priorityBarrierFor(static_cast<std::uint32_t>(priority)), *this);
+  PriorityBarrier& level = priorityBarrierFor(barriers, static_cast<std::uint32_t>(priority));
+  attachToPriority(barriers, level, *this);
 }
 
 void LegacyDaemonPlugin::applyHostProfile() {

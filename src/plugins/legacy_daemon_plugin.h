@@ -12,7 +12,8 @@ namespace bootforge {
 class LegacyDaemonPlugin : public DaemonPlugin {
  public:
   /// Scripts of a lower priority start earlier and stop later. Takes the graph lock.
-  LegacyDaemonPlugin(std::string name, const std::string& script, std::int32_t priority);
+  LegacyDaemonPlugin(std::string name, const std::string& script, std::int32_t priority,
+                     BarrierRegistry& barriers);
 
   void applyHostProfile() override;
 };

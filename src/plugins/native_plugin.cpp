@@ -1,61 +1,21 @@
 #include "plugins/native_plugin.h"
 
-#include <dlfcn.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <memory>
 
-#include "bootforge/plugin.h"
 #include "main/run_options.h"
 #include "platform/spawn.h"
 #include "plugins/exceptions.h"
+#include "plugins/native_loader.h"
 #include "util/system_error.h"
 
 namespace bootforge {
 namespace {
 
 constexpr const char* kNativeExecutor = "/usr/lib/nimbus/bootforge/nativeExecutor";
-
-struct CloseObject {
-  void operator()(void* object) const { ::dlclose(object); }
-};
-using SharedObject = std::unique_ptr<void, CloseObject>;
-
-SharedObject load(const std::string& path) {
-  // The loader would wait for the other end of a FIFO.
-  struct stat status {};
-  if (::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
-    throw InvalidPluginException(
-        path, path + ": cannot open shared object file: " + systemErrorText(ENXIO));
-  }
-  ::dlerror();
-  SharedObject object(::dlopen(path.c_str(), RTLD_LAZY | RTLD_GLOBAL));
-  if (!object) throw InvalidPluginException(path, ::dlerror());
-  return object;
-}
-
-template <typename Record>
-const Record& symbol(const SharedObject& object, const char* name, const std::string& path) {
-  ::dlerror();
-  const void* const address = ::dlsym(object.get(), name);
-  const char* error = ::dlerror();
-  if (error == nullptr && address == nullptr) error = "symbol has no address";
-  if (error != nullptr) {
-    throw Exception(std::string("Failed loading symbol: ") + name + " Located at: " + path +
-                    " Reason: " + error);
-  }
-  return *static_cast<const Record*>(address);
-}
-
-/// Calls `take` with each name of an array that ends in null, or is null.
-template <typename Take>
-void forEachName(const char* const* names, Take take) {
-  if (names == nullptr) return;
-  for (; *names != nullptr; ++names) take(*names);
-}
 
 std::string statusText(int status) {
   char buffer[512];
@@ -98,25 +58,19 @@ std::string judge(int status) {
 
 }  // namespace
 
-NativePlugin::NativePlugin(std::string name, const std::string& path)
-    : Plugin(std::move(name)), path_(path) {
-  const SharedObject object = load(path);
-  const auto& operations = symbol<bootforge_operations>(object, "operations", path);
-  // The first four bytes are all that may be looked at until the version is known.
-  const auto& metadata = symbol<bootforge_metadata>(object, "metadata", path);
-  hasApplyHostProfile_ = operations.apply_host_profile != nullptr;
-  apiVersion_ = metadata.api_version;
-  if (apiVersion_ < 1 || apiVersion_ > 4) {
-    throw InvalidPluginException(path, "Unsupported API version");
-  }
-  forEachName(metadata.provides, [this](const char* milestone) { provide(milestone); });
-  forEachName(metadata.requires_, [this](const char* milestone) { require(milestone); });
-  if (apiVersion_ < 3) return;
-  forEachName(metadata.required_flags, [this](const char* flag) { requiredFlags_.insert(flag); });
-  forEachName(metadata.disabling_flags, [this](const char* flag) { disablingFlags_.insert(flag); });
-  // Not every author writes C: a byte that is neither 0 nor 1 is no bool to be read as one.
-  runOnce_ = reinterpret_cast<const unsigned char&>(metadata.run_once) != 0;
-  if (metadata.plugin_version != nullptr) pluginVersion_ = metadata.plugin_version;
+NativePlugin::NativePlugin(std::string name, const std::string& path, BarrierRegistry& barriers)
+    : NativePlugin(std::move(name), path, loadNativeRecord(path), barriers) {}
+
+NativePlugin::NativePlugin(std::string name, const std::string& path, const NativeRecord& record,
+                           BarrierRegistry& barriers)
+    : Plugin(std::move(name)), hasApplyHostProfile_(record.hasApplyHostProfile), path_(path) {
+  apiVersion_ = record.apiVersion;
+  for (const std::string& milestone : record.provides) provide(barriers, milestone);
+  for (const std::string& milestone : record.requires_) require(barriers, milestone);
+  requiredFlags_.insert(record.requiredFlags.begin(), record.requiredFlags.end());
+  disablingFlags_.insert(record.disablingFlags.begin(), record.disablingFlags.end());
+  runOnce_ = record.runOnce;
+  pluginVersion_ = record.pluginVersion;
 }
 
 void NativePlugin::start() { runEntry("start"); }

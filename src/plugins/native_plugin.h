@@ -4,17 +4,19 @@
 #include <string>
 
 #include "plugins/plugin.h"
+#include "reading/native_record.h"
 
 namespace bootforge {
 
-/// The shared object is loaded only while the constructor reads its two data symbols (see
-/// bootforge/plugin.h); an operation runs in a process of its own, the native executor. Loading
-/// runs the object's static constructors in this process: one that does not return, or ends the
-/// process, does so to the orchestrator.
+/// What the shared object says of itself is read when the plugin is made (see bootforge/plugin.h);
+/// an operation runs in a process of its own, the native executor.
 class NativePlugin : public Plugin {
  public:
-  /// Throws InvalidPluginException or Exception. Main thread.
-  NativePlugin(std::string name, const std::string& path);
+  /// Loads the object to read it. Throws as loadNativeRecord(). Main thread.
+  NativePlugin(std::string name, const std::string& path, BarrierRegistry& barriers);
+  /// Of an object that has been read.
+  NativePlugin(std::string name, const std::string& path, const NativeRecord& record,
+               BarrierRegistry& barriers);
 
   void start() override;
   /// True from API version 2 on, when the object has an entry for the operation.
@@ -24,7 +26,7 @@ class NativePlugin : public Plugin {
  private:
   void runEntry(const char* method) const;
 
-  bool hasApplyHostProfile_ = false;
+  const bool hasApplyHostProfile_;
   const std::string path_;
 };
 

@@ -10,10 +10,12 @@ std::int64_t Plugin::activationDuration() const {
          (activationEnd_.tv_usec - activationStart_.tv_usec);
 }
 
-void Plugin::provide(std::string_view milestone) { addDependent(*lookupBarrier(milestone, true)); }
+void Plugin::provide(BarrierRegistry& barriers, std::string_view milestone) {
+  addDependent(*barriers.lookupBarrier(milestone, true));
+}
 
-void Plugin::require(std::string_view milestone) {
-  addPrerequisite(*lookupBarrier(milestone, true));
+void Plugin::require(BarrierRegistry& barriers, std::string_view milestone) {
+  addPrerequisite(*barriers.lookupBarrier(milestone, true));
 }
 
 }  // namespace bootforge

@@ -13,6 +13,8 @@
 
 namespace bootforge {
 
+class BarrierRegistry;
+
 /// The base of all kinds of plugins: a node with a description and a small, fixed set of
 /// operations. Constructed and linked by the main thread; its operations run on a worker, without
 /// the graph lock.
@@ -54,8 +56,8 @@ class Plugin : public Node {
       : Node(std::move(name), schedulingClass) {}
 
   /// Makes the plugin one of those that reach the milestone, or one that waits for it.
-  void provide(std::string_view milestone);
-  void require(std::string_view milestone);
+  void provide(BarrierRegistry& barriers, std::string_view milestone);
+  void require(BarrierRegistry& barriers, std::string_view milestone);
 
   std::int32_t apiVersion_ = -1;
   bool runOnce_ = false;

@@ -43,9 +43,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     host_linux::CommandFile file =
         host_linux::parseCommandFile({reinterpret_cast<const char*>(data), size});
     require(!file.nameSpace.empty());
-    for (const auto& [name, command] : file.commands) {
-      require(!name.empty());
-      check(command);
+    for (const host_linux::CommandFile::Definition& definition : file.commands) {
+      require(!definition.word.empty());
+      require(definition.at < size && definition.programAt < size);
+      check(definition.command);
     }
   } catch (const std::invalid_argument& error) {
     require(*error.what() != '\0');

@@ -20,6 +20,7 @@
 #include "graph/init_barrier.h"
 #include "plugins/exceptions.h"
 #include "plugins/json_plugin.h"
+#include "tests/support/barriers.h"
 
 namespace {
 
@@ -148,7 +149,7 @@ void requireSame(const std::string& text, const Meaning& meaning) {
 /// Whatever became of the plugins, no milestone knows of them. Milestones stay for ever, and there
 /// will be many.
 void requireNoEdges() {
-  for (const bootforge::InitBarrier* barrier : bootforge::allBarriers()) {
+  for (const bootforge::InitBarrier* barrier : test::barriers().allBarriers()) {
     const bootforge::ScopedLock lock(bootforge::graphLock);
     require(barrier->prerequisites().empty() && barrier->dependents().empty());
   }

@@ -11,15 +11,15 @@
 #include <boost/filesystem/directory.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iterator>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
+
+#include "reading/init_scripts.h"
 
 namespace {
 
@@ -35,47 +35,16 @@ struct Script {
   int priority;
 };
 
-std::optional<int> number(const std::string& text) {
-  int value = 0;
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc() || rest != end) return std::nullopt;
-  return value;
-}
-
-/// The START of a line "# chkconfig: LEVELS START STOP" among the script's comments.
-std::optional<int> priorityInHeader(const std::string& path) {
-  std::ifstream file(path);
-  for (std::string line; std::getline(file, line);) {
-    if (!line.starts_with('#')) continue;
-    std::istringstream words(line.substr(1));
-    std::string key;
-    std::string levels;
-    std::string start;
-    std::string stop;
-    if (words >> key >> levels >> start >> stop && key == "chkconfig:" && number(stop)) {
-      return number(start);
-    }
-  }
-  return std::nullopt;
-}
-
-/// The NN of a link SNN<name> in a run level.
-std::optional<int> priorityInRunLevel(const std::string& name, const char* level) {
-  boost::system::error_code error;
-  for (const auto& entry : fs::directory_iterator(level, error)) {
-    const std::string link = entry.path().filename().string();
-    if (!link.starts_with('S') || link.size() <= name.size() + 1 || !link.ends_with(name)) continue;
-    const auto value = number(link.substr(1, link.size() - name.size() - 1));
-    if (value) return value;
-  }
-  return std::nullopt;
-}
-
 std::optional<int> priorityOf(const std::string& name, const std::string& path) {
-  if (const auto priority = priorityInHeader(path)) return priority;
+  std::ifstream file(path);
+  const std::string script{std::istreambuf_iterator<char>(file), {}};
+  if (const auto priority = bootforge::startPriorityIn(script)) return priority;
   for (const char* level : kRunLevels) {
-    if (const auto priority = priorityInRunLevel(name, level)) return priority;
+    boost::system::error_code error;
+    for (const auto& entry : fs::directory_iterator(level, error)) {
+      const std::string link = entry.path().filename().string();
+      if (const auto number = bootforge::startNumberOf(link, name)) return number;
+    }
   }
   return std::nullopt;
 }

@@ -26,6 +26,7 @@ struct Command {
   std::vector<Parameter> parameters;
   std::string program;  // an absolute path
   std::vector<std::vector<Piece>> arguments;
+  std::optional<double> timeout;  // seconds, above 0; none for no limit
 };
 
 /// The index of the parameter of that name or short name.

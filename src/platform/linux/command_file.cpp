@@ -1,78 +1,21 @@
 #include "platform/linux/command_file.h"
 
 #include <algorithm>
-#include <boost/json/stream_parser.hpp>
-#include <boost/json/value.hpp>
+#include <boost/json/error.hpp>
+#include <cstdint>
 #include <initializer_list>
 #include <stdexcept>
+#include <unordered_map>
 
-#include "util/json_comments.h"
+#include "reading/place.h"
 
 namespace host_linux {
 namespace {
 
-namespace json = boost::json;
-
-[[noreturn]] void fail(const std::string& where, const std::string& reason) {
-  throw std::invalid_argument(where.empty() ? reason : where + ": " + reason);
-}
+using bootforge::JsonText;
+using Value = JsonText::Value;
 
 std::string quoted(std::string_view text) { return '"' + std::string(text) + '"'; }
-
-json::value parseJson(std::string_view file) {
-  std::string text(file);
-  bootforge::blankComments(text);
-  json::parse_options options;
-  options.allow_invalid_utf8 = true;
-  options.max_depth = 4096;
-  json::stream_parser parser({}, options);
-  boost::system::error_code error;
-  std::size_t used = parser.write_some(text.data(), text.size(), error);
-  if (!error && used < text.size()) error = json::error::extra_data;
-  if (!error) parser.finish(error);
-  if (!error) return parser.release();
-  // Counted in the file itself: a comment there may have several lines.
-  auto line = 1 + std::count(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(used), '\n');
-  fail("line " + std::to_string(line), error.message());
-}
-
-const json::object& asObject(const json::value& value, const std::string& where) {
-  if (!value.is_object()) fail(where, "is no object");
-  return value.get_object();
-}
-
-/// A string without zero bytes, which no program's argument could hold.
-std::string asString(const json::value& value, const std::string& where) {
-  if (!value.is_string()) fail(where, "is no string");
-  std::string text(value.get_string());
-  if (text.find('\0') != std::string::npos) fail(where, "holds a zero byte");
-  return text;
-}
-
-std::string stringOr(const json::object& object, std::string_view key, const std::string& where) {
-  const json::value* value = object.if_contains(key);
-  return value ? asString(*value, where + ": " + quoted(key)) : std::string();
-}
-
-bool boolOr(const json::object& object, std::string_view key, const std::string& where) {
-  const json::value* value = object.if_contains(key);
-  if (!value) return false;
-  if (!value->is_bool()) fail(where + ": " + quoted(key), "is neither true nor false");
-  return value->get_bool();
-}
-
-using Remarks = std::vector<std::string>;
-
-/// Remarks on keys that mean nothing: a misspelt one would otherwise change nothing in silence.
-void expectOnly(std::initializer_list<std::string_view> keys, const json::object& object,
-                const std::string& where, Remarks& remarks) {
-  for (const json::key_value_pair& entry : object) {
-    std::string_view key = entry.key();
-    if (std::find(keys.begin(), keys.end(), key) == keys.end()) {
-      remarks.push_back((where.empty() ? "" : where + ": ") + "unknown key " + quoted(key));
-    }
-  }
-}
 
 /// True for what a command line can say: no blanks, not empty, and not taken for an option.
 bool isWord(std::string_view text) {
@@ -81,112 +24,251 @@ bool isWord(std::string_view text) {
   });
 }
 
-Parameter readParameter(std::string_view name, const json::value& value, const std::string& where,
-                        Remarks& remarks) {
-  if (!isWord(name) || name.find_first_of("={}") != std::string_view::npos) {
-    fail(where, "this is no name for a parameter");
-  }
-  const json::object& object = asObject(value, where);
-  expectOnly({"short", "required", "flag", "summary"}, object, where, remarks);
-  Parameter parameter;
-  parameter.name = name;
-  parameter.shortName = stringOr(object, "short", where);
-  if (object.contains("short") && (parameter.shortName.size() != 1 ||
-                                   !isWord(parameter.shortName) || parameter.shortName == "=")) {
-    fail(where + ": \"short\"", "is not one letter");
-  }
-  parameter.summary = stringOr(object, "summary", where);
-  parameter.required = boolOr(object, "required", where);
-  parameter.flag = boolOr(object, "flag", where);
-  return parameter;
-}
+/// Goes through a file once and notes everything that is wrong with it.
+class Reader {
+ public:
+  explicit Reader(const JsonText& json) : json_(json) {}
 
-/// Names and short names are told apart by nothing but themselves.
-void checkNames(const std::vector<Parameter>& parameters, const std::string& where) {
-  for (const Parameter& parameter : parameters) {
-    if (parameter.shortName.empty()) continue;
-    for (const Parameter& other : parameters) {
-      if (&other != &parameter &&
-          (other.name == parameter.shortName || other.shortName == parameter.shortName)) {
-        fail(where, "parameters " + quoted(parameter.name) + " and " + quoted(other.name) +
-                        " share the name " + quoted(parameter.shortName));
+  CommandFile read() {
+    if (const std::string error = syntaxError(); !error.empty()) {
+      const std::size_t at = json_.isValid() ? json_.end() : json_.errorAt();
+      const std::size_t line = bootforge::placeOf(json_.text(), at).line;
+      fault("line " + std::to_string(line), error, at);
+      return std::move(file_);
+    }
+    const Value root = json_.root();
+    if (!isObject(root, "the file")) return std::move(file_);
+    expectOnly({"namespace", "commands"}, root, "");
+    readNamespace(root);
+    Value commands = root;
+    if (!json_.find(root, "commands", &commands)) {
+      fault("", "\"commands\" is missing", root.at());
+    } else if (isObject(commands, "\"commands\"")) {
+      for (const JsonText::Entry& entry : json_.lastEntries(commands)) readCommand(entry);
+    }
+    return std::move(file_);
+  }
+
+ private:
+  std::string syntaxError() const {
+    if (!json_.isValid()) return json_.error();
+    if (!json_.hasTrailingText()) return {};
+    return boost::json::make_error_code(boost::json::error::extra_data).message();
+  }
+
+  void fault(const std::string& where, const std::string& reason, std::size_t at) {
+    file_.faults.push_back({where.empty() ? reason : where + ": " + reason, at});
+  }
+
+  /// Remarks on keys that mean nothing: a misspelt one would otherwise change nothing in silence.
+  void expectOnly(std::initializer_list<std::string_view> keys, const Value& object,
+                  const std::string& where) {
+    for (const JsonText::Entry& entry : json_.lastEntries(object)) {
+      if (std::find(keys.begin(), keys.end(), entry.key) != keys.end()) continue;
+      file_.remarks.push_back(
+          {(where.empty() ? "" : where + ": ") + "unknown key " + quoted(entry.key), entry.keyAt});
+    }
+  }
+
+  bool isObject(const Value& value, const std::string& where) {
+    if (!value.isObject()) fault(where, "is no object", value.at());
+    return value.isObject();
+  }
+
+  /// A string without zero bytes, which no program's argument could hold.
+  std::optional<std::string> stringIn(const Value& value, const std::string& where) {
+    if (!value.isString()) {
+      fault(where, "is no string", value.at());
+      return std::nullopt;
+    }
+    if (value.string().find('\0') != std::string_view::npos) {
+      fault(where, "holds a zero byte", value.at());
+      return std::nullopt;
+    }
+    return std::string(value.string());
+  }
+
+  std::string stringOr(const Value& object, std::string_view key, const std::string& where) {
+    Value value = object;
+    if (!json_.find(object, key, &value)) return {};
+    return stringIn(value, where + ": " + quoted(key)).value_or("");
+  }
+
+  bool boolOr(const Value& object, std::string_view key, const std::string& where) {
+    Value value = object;
+    if (!json_.find(object, key, &value)) return false;
+    if (value.isBool()) return value.boolean();
+    fault(where + ": " + quoted(key), "is neither true nor false", value.at());
+    return false;
+  }
+
+  void readNamespace(const Value& root) {
+    Value value = root;
+    if (!json_.find(root, "namespace", &value)) {
+      fault("", "\"namespace\" is missing", root.at());
+      return;
+    }
+    const std::optional<std::string> text = stringIn(value, "\"namespace\"");
+    if (!text) return;
+    for (std::size_t begin = 0, end = 0; begin < text->size(); begin = end + 1) {
+      end = std::min(text->find(' ', begin), text->size());
+      if (begin == end) continue;
+      const std::string& word = file_.nameSpace.emplace_back(text->substr(begin, end - begin));
+      if (isWord(word)) continue;
+      fault("\"namespace\"", quoted(word) + " is no word of a command line", value.at());
+    }
+    if (file_.nameSpace.empty()) fault("\"namespace\"", "is empty", value.at());
+  }
+
+  void readCommand(const JsonText::Entry& entry) {
+    const std::string where = "command " + quoted(entry.key);
+    if (!isWord(entry.key)) fault(where, "this is no word of a command line", entry.keyAt);
+    const Value& object = entry.value;
+    if (!isObject(object, where)) return;
+    expectOnly({"summary", "parameters", "exec", "timeout"}, object, where);
+    CommandFile::Definition definition{std::string(entry.key), {}, object.at(), object.at()};
+    Command& command = definition.command;
+    command.summary = stringOr(object, "summary", where);
+    Value parameters = object;
+    if (json_.find(object, "parameters", &parameters) &&
+        isObject(parameters, where + ": \"parameters\"")) {
+      readParameters(parameters, where, &command);
+    }
+    readExec(object, where, &definition);
+    readTimeout(object, where, &command);
+    file_.commands.push_back(std::move(definition));
+  }
+
+  void readParameters(const Value& object, const std::string& where, Command* command) {
+    for (const JsonText::Entry& entry : json_.lastEntries(object)) {
+      command->parameters.push_back(
+          readParameter(entry, where + ": parameter " + quoted(entry.key)));
+    }
+    checkNames(command->parameters, object, where);
+  }
+
+  Parameter readParameter(const JsonText::Entry& entry, const std::string& where) {
+    Parameter parameter;
+    parameter.name = entry.key;
+    if (!isWord(entry.key) || entry.key.find_first_of("={}") != std::string_view::npos) {
+      fault(where, "this is no name for a parameter", entry.keyAt);
+    }
+    const Value& object = entry.value;
+    if (!isObject(object, where)) return parameter;
+    expectOnly({"short", "required", "flag", "summary"}, object, where);
+    Value value = object;
+    if (json_.find(object, "short", &value)) {
+      const std::string place = where + ": \"short\"";
+      const std::optional<std::string> letter = stringIn(value, place);
+      if (letter && letter->size() == 1 && isWord(*letter) && *letter != "=") {
+        parameter.shortName = *letter;
+      } else if (letter) {
+        fault(place, "is not one letter", value.at());
+      }
+    }
+    parameter.summary = stringOr(object, "summary", where);
+    parameter.required = boolOr(object, "required", where);
+    parameter.flag = boolOr(object, "flag", where);
+    return parameter;
+  }
+
+  /// Names and short names are told apart by nothing but themselves.
+  void checkNames(const std::vector<Parameter>& parameters, const Value& object,
+                  const std::string& where) {
+    std::unordered_map<std::string_view, std::size_t> names;
+    std::unordered_map<std::string_view, std::vector<std::size_t>> letters;
+    for (std::size_t i = 0; i < parameters.size(); ++i) {
+      names.emplace(parameters[i].name, i);
+      if (!parameters[i].shortName.empty()) letters[parameters[i].shortName].push_back(i);
+    }
+    for (std::size_t i = 0; i < parameters.size(); ++i) {
+      const std::string& letter = parameters[i].shortName;
+      if (letter.empty()) continue;
+      const std::vector<std::size_t>& same = letters[letter];
+      const auto named = names.find(letter);
+      std::size_t other = named == names.end() || named->second == i ? SIZE_MAX : named->second;
+      // Of those that share a letter the first one tells.
+      if (same.front() == i && same.size() > 1) other = std::min(other, same[1]);
+      if (same.front() != i && other == SIZE_MAX) continue;
+      if (same.front() != i) other = std::min(other, same.front());
+      if (other != SIZE_MAX) share(parameters[i], parameters[other], object, where);
+    }
+  }
+
+  void share(const Parameter& one, const Parameter& other, const Value& object,
+             const std::string& where) {
+    Value place = object;
+    json_.find(object, other.name, &place);
+    fault(where,
+          "parameters " + quoted(one.name) + " and " + quoted(other.name) + " share the name " +
+              quoted(one.shortName),
+          place.at());
+  }
+
+  void readExec(const Value& object, const std::string& where,
+                CommandFile::Definition* definition) {
+    Value exec = object;
+    if (!json_.find(object, "exec", &exec)) {
+      fault(where, "\"exec\" is missing", object.at());
+      return;
+    }
+    if (!exec.isArray() || json_.entries(exec).empty()) {
+      fault(where + ": \"exec\"", "is no list of a program and its arguments", exec.at());
+      return;
+    }
+    std::size_t number = 0;
+    for (const JsonText::Entry& entry : json_.entries(exec)) {
+      const std::string place = where + ": \"exec\" word " + std::to_string(++number);
+      std::vector<Piece> pieces;
+      const bool isRead = readWord(entry.value, place, definition->command.parameters, &pieces);
+      if (number > 1) {
+        definition->command.arguments.push_back(std::move(pieces));
+        continue;
+      }
+      definition->programAt = entry.value.at();
+      if (!isRead) continue;
+      if (pieces.size() == 1 && !pieces[0].parameter && pieces[0].text.starts_with('/')) {
+        definition->command.program = pieces[0].text;
+      } else {
+        fault(place, "is no absolute path of a program", entry.value.at());
       }
     }
   }
-}
 
-void readExec(const json::object& object, const std::string& where, Command* command) {
-  const json::value* exec = object.if_contains("exec");
-  if (!exec) fail(where, "\"exec\" is missing");
-  if (!exec->is_array() || exec->get_array().empty()) {
-    fail(where + ": \"exec\"", "is no list of a program and its arguments");
-  }
-  const json::array& words = exec->get_array();
-  for (std::size_t i = 0; i < words.size(); ++i) {
-    std::string place = where + ": \"exec\" word " + std::to_string(i + 1);
-    std::string text = asString(words[i], place);
+  bool readWord(const Value& value, const std::string& place,
+                const std::vector<Parameter>& parameters, std::vector<Piece>* pieces) {
+    const std::optional<std::string> text = stringIn(value, place);
+    if (!text) return false;
     try {
-      command->arguments.push_back(parseArgument(text, command->parameters));
+      *pieces = parseArgument(*text, parameters);
+      return true;
     } catch (const std::invalid_argument& error) {
-      fail(place, error.what());
+      fault(place, error.what(), value.at());
+      return false;
     }
   }
-  const std::vector<Piece>& program = command->arguments.front();
-  if (program.size() != 1 || program[0].parameter || !program[0].text.starts_with('/')) {
-    fail(where + ": \"exec\" word 1", "is no absolute path of a program");
-  }
-  command->program = program[0].text;
-  command->arguments.erase(command->arguments.begin());
-}
 
-Command readCommand(const json::value& value, const std::string& where, Remarks& remarks) {
-  const json::object& object = asObject(value, where);
-  expectOnly({"summary", "parameters", "exec"}, object, where, remarks);
-  Command command;
-  command.summary = stringOr(object, "summary", where);
-  if (const json::value* parameters = object.if_contains("parameters")) {
-    for (const json::key_value_pair& entry : asObject(*parameters, where + ": \"parameters\"")) {
-      command.parameters.push_back(readParameter(
-          entry.key(), entry.value(), where + ": parameter " + quoted(entry.key()), remarks));
+  void readTimeout(const Value& object, const std::string& where, Command* command) {
+    Value value = object;
+    if (!json_.find(object, "timeout", &value)) return;
+    if (value.isNumber() && value.number() > 0) {
+      command->timeout = value.number();
+    } else {
+      fault(where + ": \"timeout\"", "is no number of seconds above 0", value.at());
     }
-    checkNames(command.parameters, where);
   }
-  readExec(object, where, &command);
-  return command;
-}
 
-std::vector<std::string> readNamespace(const json::object& file) {
-  const json::value* value = file.if_contains("namespace");
-  if (!value) fail("", "\"namespace\" is missing");
-  std::string text = asString(*value, "\"namespace\"");
-  std::vector<std::string> nameSpace;
-  for (std::size_t begin = 0, end = 0; end < text.size(); begin = end + 1) {
-    end = std::min(text.find(' ', begin), text.size());
-    if (begin == end) continue;
-    nameSpace.push_back(text.substr(begin, end - begin));
-    if (!isWord(nameSpace.back())) {
-      fail("\"namespace\"", quoted(nameSpace.back()) + " is no word of a command line");
-    }
-  }
-  if (nameSpace.empty()) fail("\"namespace\"", "is empty");
-  return nameSpace;
-}
+  const JsonText& json_;
+  CommandFile file_;
+};
 
 }  // namespace
 
+CommandFile readCommandFile(const JsonText& json) { return Reader(json).read(); }
+
 CommandFile parseCommandFile(std::string_view text) {
-  json::value root = parseJson(text);
-  const json::object& object = asObject(root, "the file");
-  CommandFile file;
-  expectOnly({"namespace", "commands"}, object, "", file.remarks);
-  file.nameSpace = readNamespace(object);
-  const json::value* commands = object.if_contains("commands");
-  if (!commands) fail("", "\"commands\" is missing");
-  for (const json::key_value_pair& entry : asObject(*commands, "\"commands\"")) {
-    std::string where = "command " + quoted(entry.key());
-    if (!isWord(entry.key())) fail(where, "this is no word of a command line");
-    file.commands.emplace_back(entry.key(), readCommand(entry.value(), where, file.remarks));
-  }
+  CommandFile file = readCommandFile(JsonText(std::string(text)));
+  if (!file.faults.empty()) throw std::invalid_argument(file.faults.front().text);
   return file;
 }
 

@@ -9,30 +9,49 @@
 //             "interface": {"short": "i", "required": true, "summary": "interface name"},
 //             "replace": {"flag": true}
 //           },
-//           "exec": ["/usr/sbin/ip", "addr", "add", "dev", "{interface}"]
+//           "exec": ["/usr/sbin/ip", "addr", "add", "dev", "{interface}"],
+//           "timeout": 10
 //         }
 //       }
 //     }
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "platform/linux/command.h"
+#include "reading/json_text.h"
 
 namespace host_linux {
 
 struct CommandFile {
+  /// What is said about a file, with the place in words, and the offset in bytes of the value, or
+  /// of the object that lacks it.
+  struct Finding {
+    std::string text;
+    std::size_t at;
+  };
+  struct Definition {
+    std::string word;
+    Command command;
+    std::size_t at;         // of the command's object
+    std::size_t programAt;  // of the program in it
+  };
+
   std::vector<std::string> nameSpace;
-  std::vector<std::pair<std::string, Command>> commands;
-  /// What is no mistake but means nothing: keys that are not known, each with its place.
-  std::vector<std::string> remarks;
+  std::vector<Definition> commands;
+  /// Why the file is a bad one: all of it, in the order in which it is looked at.
+  std::vector<Finding> faults;
+  /// What is no mistake but means nothing: keys that are not known.
+  std::vector<Finding> remarks;
 };
 
-/// Reads the text of a command file. Throws std::exception, which says what is wrong and where,
-/// unless all of it is good.
+/// Reads a command file. Never fails: what is wrong stands in it. What could be read is there.
+CommandFile readCommandFile(const bootforge::JsonText& json);
+
+/// As above, but throws std::invalid_argument with the first fault of a bad file.
 CommandFile parseCommandFile(std::string_view text);
 
 }  // namespace host_linux

@@ -65,29 +65,32 @@ void CommandRegistry::addDirectory(const std::string& directory) {
   for (const std::string& name : listCommandFiles(stream.get(), directory)) {
     std::string path = directory + (directory.ends_with('/') ? "" : "/") + name;
     try {
-      addFile(::dirfd(stream.get()), name, path);
+      const CommandFile file = parseCommandFile(readCommandFile(::dirfd(stream.get()), name));
+      for (const CommandFile::Finding& remark : file.remarks) {
+        Log_Level(3, "command file %s: %s is ignored\n", path.c_str(), remark.text.c_str());
+      }
+      for (const Shadowed& shadowed : add(file, path)) {
+        Log_Level(5, "command '%s' of %s takes the place of that of %s\n",
+                  joinWords(shadowed.path).c_str(), path.c_str(), shadowed.file.c_str());
+      }
     } catch (const std::exception& error) {
       Log_Level(3, "command file %s is skipped: %s\n", path.c_str(), error.what());
     }
   }
 }
 
-void CommandRegistry::addFile(int directory, const std::string& name, const std::string& path) {
-  CommandFile file = parseCommandFile(readCommandFile(directory, name));
-  for (const std::string& remark : file.remarks) {
-    Log_Level(3, "command file %s: %s is ignored\n", path.c_str(), remark.c_str());
-  }
+std::vector<CommandRegistry::Shadowed> CommandRegistry::add(const CommandFile& file,
+                                                            const std::string& path) {
+  std::vector<Shadowed> shadowed;
   nameSpaces_.insert(file.nameSpace);
-  for (auto& [word, command] : file.commands) {
+  for (std::size_t i = 0; i < file.commands.size(); ++i) {
     std::vector<std::string> commandPath = file.nameSpace;
-    commandPath.push_back(word);
+    commandPath.push_back(file.commands[i].word);
     auto [place, isNew] = commands_.try_emplace(std::move(commandPath));
-    if (!isNew) {
-      Log_Level(5, "command '%s' of %s takes the place of that of %s\n",
-                joinWords(place->first).c_str(), path.c_str(), place->second.file.c_str());
-    }
-    place->second = {std::move(command), path};
+    if (!isNew) shadowed.push_back({place->first, place->second.file, i});
+    place->second = {file.commands[i].command, path};
   }
+  return shadowed;
 }
 
 const Command* CommandRegistry::find(const std::vector<std::string>& path) const {

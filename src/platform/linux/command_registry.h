@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/linux/command.h"
+#include "platform/linux/command_file.h"
 
 namespace host_linux {
 
@@ -26,6 +27,16 @@ class CommandRegistry {
   /// registers nothing when that cannot be read.
   void addDirectory(const std::string& directory);
 
+  /// A command that a later definition has taken the place of.
+  struct Shadowed {
+    std::vector<std::string> path;
+    std::string file;   // where it was defined before
+    std::size_t index;  // of the later definition among the commands of its file
+  };
+
+  /// Registers the commands of a good file that was found under that path.
+  std::vector<Shadowed> add(const CommandFile& file, const std::string& path);
+
   /// Null when there is no such command.
   const Command* find(const std::vector<std::string>& path) const;
 
@@ -34,8 +45,6 @@ class CommandRegistry {
   const std::set<std::vector<std::string>>& nameSpaces() const { return nameSpaces_; }
 
  private:
-  void addFile(int directory, const std::string& name, const std::string& path);
-
   Commands commands_;
   std::set<std::vector<std::string>> nameSpaces_;
 };

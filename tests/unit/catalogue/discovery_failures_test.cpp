@@ -124,10 +124,10 @@ TEST_F(DiscoveryFailures, AHalfReadDescriptionLeavesNoEdges) {
   writePlugin("x.json", metadata);
   expectInvalid("x.json", "provides tag is not a string");
   ScopedLock lock(graphLock);
-  InitBarrier* const needed = lookupBarrier("half-needed", false);
+  InitBarrier* const needed = catalogue.barriers.lookupBarrier("half-needed", false);
   ASSERT_NE(needed, nullptr);
   EXPECT_THAT(needed->dependents(), IsEmpty());
-  EXPECT_EQ(lookupBarrier("half-made", false), nullptr);
+  EXPECT_EQ(catalogue.barriers.lookupBarrier("half-made", false), nullptr);
 }
 
 TEST_F(DiscoveryFailures, AnUnknownEscapeInTheInjectionsIsToldForEachFile) {

@@ -21,9 +21,9 @@ class DiscoveryFilters : public DiscoveryTest {
   }
 
   /// The nodes that provide a milestone.
-  static std::vector<Node*> providersOf(const char* milestone) {
+  std::vector<Node*> providersOf(const char* milestone) {
     ScopedLock lock(graphLock);
-    InitBarrier* const barrier = lookupBarrier(milestone, false);
+    InitBarrier* const barrier = catalogue.barriers.lookupBarrier(milestone, false);
     return barrier == nullptr ? std::vector<Node*>() : barrier->prerequisites();
   }
 };

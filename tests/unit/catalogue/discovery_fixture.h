@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "catalogue/catalogue.h"
 #include "catalogue/discovery.h"
-#include "catalogue/plugin_list.h"
 #include "main/run_options.h"
 #include "tests/double/faults.h"
 #include "tests/double/recorder.h"
@@ -55,7 +55,8 @@ class DiscoveryTest : public testing::Test {
   }
 
   void discover(const std::string& fileName) {
-    discoverPlugin(fileName, plugins, bootFlags, runOnce, options);
+    selection.denied = options.disabledPlugins;
+    discoverPlugin(fileName, options.pluginDirectory, selection, catalogue);
   }
 
   std::vector<std::string> names() const {
@@ -69,9 +70,11 @@ class DiscoveryTest : public testing::Test {
     return node.state();
   }
 
-  PluginList plugins;
-  std::set<std::string> bootFlags;
-  std::set<std::string> runOnce;
+  Catalogue catalogue;
+  PluginList& plugins = catalogue.plugins;
+  Selection selection;
+  std::set<std::string>& bootFlags = selection.bootFlags;
+  std::set<std::string>& runOnce = selection.runOnce;
   RunOptions options;
 };
 

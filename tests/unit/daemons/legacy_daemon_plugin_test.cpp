@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "tests/support/barriers.h"
 #include "tests/unit/daemons/daemon_fixture.h"
 
 namespace bootforge::test {
@@ -12,7 +13,8 @@ class LegacyDaemonPluginTest : public DaemonTest {
   /// A daemon that notes its name and word in /tmp/order.
   LegacyDaemonPlugin& daemon(const std::string& name, int priority) {
     const std::string path = script(name, "echo " + name + " \"$@\" >> /tmp/order");
-    plugins_.push_back(std::make_unique<LegacyDaemonPlugin>(name, path, priority));
+    plugins_.push_back(
+        std::make_unique<LegacyDaemonPlugin>(name, path, priority, test::barriers()));
     return *plugins_.back();
   }
 
@@ -81,9 +83,9 @@ TEST_F(LegacyDaemonPluginTest, SeveralOfOneLevelStartInParallel) {
   RunOptions::instance().daemonWait = true;
   ASSERT_EQ(::mkfifo("/tmp/meet", 0600), 0);
   plugins_.push_back(std::make_unique<LegacyDaemonPlugin>(
-      "reader", script("reader", "cat /tmp/meet > /dev/null"), 10));
-  plugins_.push_back(
-      std::make_unique<LegacyDaemonPlugin>("writer", script("writer", "echo met > /tmp/meet"), 10));
+      "reader", script("reader", "cat /tmp/meet > /dev/null"), 10, test::barriers()));
+  plugins_.push_back(std::make_unique<LegacyDaemonPlugin>(
+      "writer", script("writer", "echo met > /tmp/meet"), 10, test::barriers()));
   run(all(), false, 2);
   EXPECT_THAT(records({Kind::kLog}), ::testing::IsSupersetOf({logLine(5, "reader started.\n"),
                                                               logLine(5, "writer started.\n")}));

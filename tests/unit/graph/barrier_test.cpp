@@ -12,6 +12,7 @@
 #include "main/run_options.h"
 #include "tests/double/recorder.h"
 #include "tests/double/script.h"
+#include "tests/support/barriers.h"
 #include "tests/support/own_process.h"
 #include "tests/unit/graph/graph_builder.h"
 #include "tests/unit/graph/test_plugin.h"
@@ -39,21 +40,21 @@ void run(InitBarrier& barrier) {
 
 TEST(BarrierRegistry, KnowsNoNamesAtFirst) {
   inOwnProcess([] {
-    EXPECT_EQ(lookupBarrier("net", false), nullptr);
-    EXPECT_THAT(allBarriers(), IsEmpty());
+    EXPECT_EQ(test::barriers().lookupBarrier("net", false), nullptr);
+    EXPECT_THAT(test::barriers().allBarriers(), IsEmpty());
   });
 }
 
 TEST(BarrierRegistry, MakesABarrierOnceForAName) {
   inOwnProcess([] {
-    InitBarrier* const made = lookupBarrier("net", true);
+    InitBarrier* const made = test::barriers().lookupBarrier("net", true);
     ASSERT_NE(made, nullptr);
     EXPECT_EQ(made->name(), "net");
     EXPECT_EQ(made->schedulingClass(), 1U);
     EXPECT_EQ(made->dotAttributes(), " shape=box");
-    EXPECT_EQ(lookupBarrier("net", true), made);
-    EXPECT_EQ(lookupBarrier("net", false), made);
-    EXPECT_THAT(allBarriers(), ElementsAre(made));
+    EXPECT_EQ(test::barriers().lookupBarrier("net", true), made);
+    EXPECT_EQ(test::barriers().lookupBarrier("net", false), made);
+    EXPECT_THAT(test::barriers().allBarriers(), ElementsAre(made));
   });
 }
 
@@ -62,10 +63,10 @@ TEST(BarrierRegistry, TellsNamesApartByEveryByte) {
     const std::string withZero("net\0work", 8);
     for (const std::string& name : {std::string("net"), std::string("Net"), std::string("net "),
                                     std::string(""), withZero, std::string("n\xC3\xA4t")}) {
-      ASSERT_EQ(lookupBarrier(name, false), nullptr) << name;
-      EXPECT_EQ(lookupBarrier(name, true)->name(), name);
+      ASSERT_EQ(test::barriers().lookupBarrier(name, false), nullptr) << name;
+      EXPECT_EQ(test::barriers().lookupBarrier(name, true)->name(), name);
     }
-    EXPECT_EQ(allBarriers().size(), 6U);
+    EXPECT_EQ(test::barriers().allBarriers().size(), 6U);
   });
 }
 
@@ -73,24 +74,37 @@ TEST(BarrierRegistry, TellsNamesApartByEveryByte) {
 TEST(BarrierRegistry, ListsBarriersInTheOrderOfTheirBytes) {
   inOwnProcess([] {
     for (const char* name : {"netz", "\xFF", "b", "net", "", "B", "a", "~", "networks"}) {
-      lookupBarrier(name, true);
+      test::barriers().lookupBarrier(name, true);
     }
-    EXPECT_THAT(namesOf(allBarriers()),
+    EXPECT_THAT(namesOf(test::barriers().allBarriers()),
                 ElementsAre("", "B", "a", "b", "net", "networks", "netz", "~", "\xFF"));
   });
 }
 
 TEST(BarrierRegistry, PointsANameToAnotherBarrier) {
   inOwnProcess([] {
-    InitBarrier* const first = lookupBarrier("net", true);
-    auto* const second = new InitBarrier("second");
-    registerBarrier(*second, "net");
-    EXPECT_EQ(lookupBarrier("net", false), second);
-    EXPECT_EQ(lookupBarrier("second", false), nullptr);
-    EXPECT_THAT(allBarriers(), ElementsAre(second));
-    registerBarrier(*first, "other");
-    EXPECT_THAT(allBarriers(), ElementsAre(second, first));
+    InitBarrier* const first = test::barriers().lookupBarrier("net", true);
+    InitBarrier* const second = &test::barriers().adopt(std::make_unique<InitBarrier>("second"));
+    test::barriers().registerBarrier(*second, "net");
+    EXPECT_EQ(test::barriers().lookupBarrier("net", false), second);
+    EXPECT_EQ(test::barriers().lookupBarrier("second", false), nullptr);
+    EXPECT_THAT(test::barriers().allBarriers(), ElementsAre(second));
+    test::barriers().registerBarrier(*first, "other");
+    EXPECT_THAT(test::barriers().allBarriers(), ElementsAre(second, first));
   });
+}
+
+TEST(BarrierRegistry, OfOneImageKnowsNothingOfAnother) {
+  BarrierRegistry one;
+  BarrierRegistry other;
+  InitBarrier* const made = one.lookupBarrier("net", true);
+  EXPECT_EQ(other.lookupBarrier("net", false), nullptr);
+  EXPECT_NE(other.lookupBarrier("net", true), made);
+  {
+    const ScopedLock lock(graphLock);
+    one.levels().push_back(10);
+    EXPECT_THAT(other.levels(), IsEmpty());
+  }
 }
 
 TEST(BarrierRegistry, GivesSeveralThreadsTheSameBarrier) {
@@ -99,12 +113,13 @@ TEST(BarrierRegistry, GivesSeveralThreadsTheSameBarrier) {
     std::vector<std::thread> threads;
     for (auto& list : found) {
       threads.emplace_back([&list] {
-        for (int i = 0; i < 500; ++i) list.push_back(lookupBarrier(std::to_string(i), true));
+        for (int i = 0; i < 500; ++i)
+          list.push_back(test::barriers().lookupBarrier(std::to_string(i), true));
       });
     }
     for (std::thread& thread : threads) thread.join();
     for (const auto& list : found) EXPECT_EQ(list, found.front());
-    EXPECT_EQ(allBarriers().size(), 500U);
+    EXPECT_EQ(test::barriers().allBarriers().size(), 500U);
   });
 }
 
@@ -121,7 +136,7 @@ TEST(Milestone, StandsBetweenItsProvidersAndItsRequirers) {
     p1.provide("mount");
     r2.require("mount");
     p2.provide("mount");
-    const InitBarrier& mount = *lookupBarrier("mount", false);
+    const InitBarrier& mount = *test::barriers().lookupBarrier("mount", false);
     ScopedLock lock(graphLock);
     EXPECT_THAT(mount.prerequisites(), ElementsAre(&p1, &p2));
     EXPECT_THAT(mount.dependents(), ElementsAre(&r1, &r2));
@@ -147,10 +162,11 @@ TEST(Milestone, WaitsForAllItsProvidersAndThenReleasesItsRequirers) {
     Executor executor(0, false);
     r.scheduleForward(executor);
     EXPECT_TRUE(step(executor));
-    EXPECT_EQ(stateOf(*lookupBarrier("mount", false)), Node::State::ForwardWaiting);
+    EXPECT_EQ(stateOf(*test::barriers().lookupBarrier("mount", false)),
+              Node::State::ForwardWaiting);
     drain(executor);
     EXPECT_EQ(journal.text(), "p1 p2 r");
-    EXPECT_EQ(stateOf(*lookupBarrier("mount", false)), Node::State::ForwardDone);
+    EXPECT_EQ(stateOf(*test::barriers().lookupBarrier("mount", false)), Node::State::ForwardDone);
   });
 }
 

@@ -11,6 +11,7 @@
 #include "graph/graph.h"
 #include "graph/priority_barrier.h"
 #include "tests/double/recorder.h"
+#include "tests/support/barriers.h"
 #include "tests/support/own_process.h"
 #include "tests/unit/graph/dot_reader.h"
 #include "tests/unit/graph/graph_builder.h"
@@ -24,7 +25,7 @@ using testing::IsEmpty;
 
 std::string dumpOf(std::vector<Node*> nodes) {
   std::ostringstream out;
-  Graph(std::move(nodes)).writeDot(out);
+  Graph(std::move(nodes)).writeDot(out, test::barriers());
   return out.str();
 }
 
@@ -53,7 +54,7 @@ TEST(Dump, WritesEachLineOfAMilestoneExactly) {
     p.provide("net");
     const std::string rId = identifierOf(r);
     const std::string pId = identifierOf(p);
-    const std::string netId = identifierOf(*lookupBarrier("net", false));
+    const std::string netId = identifierOf(*test::barriers().lookupBarrier("net", false));
     EXPECT_THAT(linesOf(dumpOf({&r, &p})),
                 ElementsAre("digraph g {",                          //
                             rId + " [label=\"r\"];",                //
@@ -105,8 +106,8 @@ TEST(Dump, WritesLevelsAsTrapeziums) {
   inOwnProcess([] {
     TestPlugin a("a", 3);
     TestPlugin b("b", 3);
-    attachToPriority(priorityBarrierFor(10), a);
-    attachToPriority(priorityBarrierFor(20), b);
+    attachToPriority(test::barriers(), priorityBarrierFor(test::barriers(), 10), a);
+    attachToPriority(test::barriers(), priorityBarrierFor(test::barriers(), 20), b);
     const DotGraph graph = readDot(dumpOf({&a, &b}));
     const std::string ten = priorityBarrierName(10);
     const std::string twenty = priorityBarrierName(20);
@@ -171,7 +172,7 @@ TEST(Dump, IsFlushedAfterEveryLine) {
     DrawnGraph drawn("a>b");
     FlushRecorder buffer;
     std::ostream out(&buffer);
-    Graph(drawn.nodes()).writeDot(out);
+    Graph(drawn.nodes()).writeDot(out, test::barriers());
     EXPECT_EQ(buffer.flushed.size(), 5U);
     for (const std::string& line : buffer.flushed) {
       EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1) << line;

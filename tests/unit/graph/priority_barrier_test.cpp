@@ -13,6 +13,7 @@
 
 #include "graph/barrier_registry.h"
 #include "tests/double/recorder.h"
+#include "tests/support/barriers.h"
 #include "tests/support/own_process.h"
 #include "tests/unit/graph/graph_builder.h"
 #include "tests/unit/graph/test_plugin.h"
@@ -49,7 +50,7 @@ std::string isWaitedForBy(const Node& node) {
 class Script : public TestPlugin {
  public:
   Script(const std::string& name, std::uint32_t priority) : TestPlugin(name, 3) {
-    attachToPriority(priorityBarrierFor(priority), *this);
+    attachToPriority(test::barriers(), priorityBarrierFor(test::barriers(), priority), *this);
   }
   void runReverse(Executor&) override {
     if (onStop) onStop();
@@ -66,22 +67,22 @@ TEST(PriorityBarrier, IsNamedAfterItsPriority) {
 
 TEST(PriorityBarrier, IsABarrierOfItsOwnShape) {
   inOwnProcess([] {
-    const PriorityBarrier& barrier = priorityBarrierFor(20);
+    const PriorityBarrier& barrier = priorityBarrierFor(test::barriers(), 20);
     EXPECT_EQ(barrier.name(), "_<->_priority_<->_20");
     EXPECT_EQ(barrier.priority(), 20U);
     EXPECT_EQ(barrier.schedulingClass(), 1U);
     EXPECT_EQ(barrier.dotAttributes(), " shape=trapezium");
-    EXPECT_EQ(lookupBarrier("_<->_priority_<->_20", false), &barrier);
+    EXPECT_EQ(test::barriers().lookupBarrier("_<->_priority_<->_20", false), &barrier);
   });
 }
 
 TEST(PriorityBarrier, IsMadeOnceForAPriority) {
   inOwnProcess([] {
-    const PriorityBarrier& barrier = priorityBarrierFor(20);
-    EXPECT_EQ(&priorityBarrierFor(20), &barrier);
-    EXPECT_NE(&priorityBarrierFor(21), &barrier);
-    EXPECT_EQ(&priorityBarrierFor(20), &barrier);
-    EXPECT_EQ(allBarriers().size(), 2U);
+    const PriorityBarrier& barrier = priorityBarrierFor(test::barriers(), 20);
+    EXPECT_EQ(&priorityBarrierFor(test::barriers(), 20), &barrier);
+    EXPECT_NE(&priorityBarrierFor(test::barriers(), 21), &barrier);
+    EXPECT_EQ(&priorityBarrierFor(test::barriers(), 20), &barrier);
+    EXPECT_EQ(test::barriers().allBarriers().size(), 2U);
   });
 }
 
@@ -89,11 +90,12 @@ TEST(PriorityBarrier, IsMadeOnceForAPriority) {
 TEST(PriorityBarrier, TakesItsNameFromAMilestoneThatHasIt) {
   inOwnProcess([] {
     // Nobody else points at it once it is replaced.
-    static InitBarrier* const milestone = lookupBarrier("_<->_priority_<->_20", true);
-    PriorityBarrier& barrier = priorityBarrierFor(20);
+    static InitBarrier* const milestone =
+        test::barriers().lookupBarrier("_<->_priority_<->_20", true);
+    PriorityBarrier& barrier = priorityBarrierFor(test::barriers(), 20);
     EXPECT_NE(static_cast<InitBarrier*>(&barrier), milestone);
-    EXPECT_EQ(lookupBarrier("_<->_priority_<->_20", false), &barrier);
-    EXPECT_EQ(waitsFor(priorityBarrierFor(30)), "20");
+    EXPECT_EQ(test::barriers().lookupBarrier("_<->_priority_<->_20", false), &barrier);
+    EXPECT_EQ(waitsFor(priorityBarrierFor(test::barriers(), 30)), "20");
   });
 }
 
@@ -101,7 +103,7 @@ TEST(PriorityBarrier, TakesItsNameFromAMilestoneThatHasIt) {
 TEST(PriorityBarrier, SaysNothingWhenItsLevelHasNoScripts) {
   inOwnProcess([] {
     doubles::reset();
-    PriorityBarrier& barrier = priorityBarrierFor(20);
+    PriorityBarrier& barrier = priorityBarrierFor(test::barriers(), 20);
     Executor executor(0, false);
     barrier.scheduleForward(executor);
     EXPECT_TRUE(step(executor));
@@ -115,13 +117,14 @@ TEST(PriorityLevels, FormAnAscendingChain) {
   std::vector<std::uint32_t> priorities{10, 20, 30};
   do {
     inChild([&] {
-      for (const std::uint32_t priority : priorities) priorityBarrierFor(priority);
+      for (const std::uint32_t priority : priorities)
+        priorityBarrierFor(test::barriers(), priority);
       // A level that came in between leaves the edge around it in place.
       const bool last20 = priorities.back() == 20;
-      EXPECT_EQ(waitsFor(priorityBarrierFor(10)), "");
-      EXPECT_EQ(waitsFor(priorityBarrierFor(20)), "10");
-      EXPECT_EQ(waitsFor(priorityBarrierFor(30)), last20 ? "10 20" : "20");
-      EXPECT_EQ(isWaitedForBy(priorityBarrierFor(10)), last20 ? "30 20" : "20");
+      EXPECT_EQ(waitsFor(priorityBarrierFor(test::barriers(), 10)), "");
+      EXPECT_EQ(waitsFor(priorityBarrierFor(test::barriers(), 20)), "10");
+      EXPECT_EQ(waitsFor(priorityBarrierFor(test::barriers(), 30)), last20 ? "10 20" : "20");
+      EXPECT_EQ(isWaitedForBy(priorityBarrierFor(test::barriers(), 10)), last20 ? "30 20" : "20");
     });
   } while (std::next_permutation(priorities.begin(), priorities.end()));
 }
@@ -141,12 +144,12 @@ TEST(PriorityLevels, MadeInTheOrder201030PutEveryScriptBehindTheLevelBelow) {
     EXPECT_EQ(isWaitedForBy(b), "20");
     EXPECT_EQ(waitsFor(c), "20");
     EXPECT_EQ(isWaitedForBy(c), "30");
-    EXPECT_EQ(waitsFor(priorityBarrierFor(10)), "a");
-    EXPECT_EQ(waitsFor(priorityBarrierFor(20)), "b 10");
-    EXPECT_EQ(waitsFor(priorityBarrierFor(30)), "20 c");
-    EXPECT_EQ(isWaitedForBy(priorityBarrierFor(10)), "b 20");
-    EXPECT_EQ(isWaitedForBy(priorityBarrierFor(20)), "30 c");
-    EXPECT_EQ(isWaitedForBy(priorityBarrierFor(30)), "");
+    EXPECT_EQ(waitsFor(priorityBarrierFor(test::barriers(), 10)), "a");
+    EXPECT_EQ(waitsFor(priorityBarrierFor(test::barriers(), 20)), "b 10");
+    EXPECT_EQ(waitsFor(priorityBarrierFor(test::barriers(), 30)), "20 c");
+    EXPECT_EQ(isWaitedForBy(priorityBarrierFor(test::barriers(), 10)), "b 20");
+    EXPECT_EQ(isWaitedForBy(priorityBarrierFor(test::barriers(), 20)), "30 c");
+    EXPECT_EQ(isWaitedForBy(priorityBarrierFor(test::barriers(), 30)), "");
   });
 }
 
@@ -156,7 +159,7 @@ TEST(PriorityLevels, LeaveScriptsOfTheLowestLevelWithoutPrerequisites) {
     const Script b("b", 7);
     EXPECT_EQ(waitsFor(a), "");
     EXPECT_EQ(waitsFor(b), "");
-    EXPECT_EQ(waitsFor(priorityBarrierFor(7)), "a b");
+    EXPECT_EQ(waitsFor(priorityBarrierFor(test::barriers(), 7)), "a b");
   });
 }
 
@@ -171,9 +174,9 @@ TEST(PriorityLevels, MadeInBetweenLaterComeBeforeTheScriptsAbove) {
     EXPECT_EQ(waitsFor(c), "10 20");
     EXPECT_EQ(waitsFor(d), "10 20");
     EXPECT_EQ(waitsFor(b), "10");
-    EXPECT_EQ(waitsFor(priorityBarrierFor(30)), "10 c d 20");
-    EXPECT_EQ(isWaitedForBy(priorityBarrierFor(20)), "c d 30");
-    EXPECT_EQ(waitsFor(priorityBarrierFor(20)), "10 b");
+    EXPECT_EQ(waitsFor(priorityBarrierFor(test::barriers(), 30)), "10 c d 20");
+    EXPECT_EQ(isWaitedForBy(priorityBarrierFor(test::barriers(), 20)), "c d 30");
+    EXPECT_EQ(waitsFor(priorityBarrierFor(test::barriers(), 20)), "10 b");
     const Script e("e", 30);
     EXPECT_EQ(waitsFor(e), "20");
   });
@@ -184,12 +187,12 @@ TEST(PriorityLevels, MadeInBetweenDoNotTakeAlongAScriptThatIsGone) {
   inOwnProcess([] {
     auto a = std::make_unique<Script>("a", 100);
     const Script b("b", 100);
-    priorityBarrierFor(10);
-    EXPECT_EQ(isWaitedForBy(priorityBarrierFor(10)), "a b 100");
+    priorityBarrierFor(test::barriers(), 10);
+    EXPECT_EQ(isWaitedForBy(priorityBarrierFor(test::barriers(), 10)), "a b 100");
     a.reset();
     const Script c("c", 100);
-    priorityBarrierFor(20);
-    EXPECT_EQ(isWaitedForBy(priorityBarrierFor(20)), "b c 100");
+    priorityBarrierFor(test::barriers(), 20);
+    EXPECT_EQ(isWaitedForBy(priorityBarrierFor(test::barriers(), 20)), "b c 100");
     EXPECT_EQ(waitsFor(b), "10 20");
     EXPECT_EQ(waitsFor(c), "10 20");
   });
@@ -202,28 +205,29 @@ TEST(PriorityLevels, MadeByTheThousandBelowAScriptComeBeforeItInTheOrderOfTheirM
     const Script last("last", 4294967295U);
     std::string all;
     for (std::uint32_t priority = 0; priority < kLevels; ++priority) {
-      priorityBarrierFor(priority);
+      priorityBarrierFor(test::barriers(), priority);
       all += (all.empty() ? "" : " ") + std::to_string(priority);
     }
     EXPECT_EQ(waitsFor(last), all);
-    EXPECT_EQ(waitsFor(priorityBarrierFor(4294967295U)), "last " + all);
+    EXPECT_EQ(waitsFor(priorityBarrierFor(test::barriers(), 4294967295U)), "last " + all);
   });
 }
 
 // Nodes that are no plugins stay where they are.
 TEST(PriorityLevels, MadeInBetweenTakeOnlyPluginsAlong) {
   inOwnProcess([] {
-    priorityBarrierFor(10);
+    priorityBarrierFor(test::barriers(), 10);
     Journal journal;
     TestNode stranger("stranger", 1, journal);
-    priorityBarrierFor(30).addPrerequisite(stranger);
-    priorityBarrierFor(30).addPrerequisite(*lookupBarrier("milestone", true));
+    priorityBarrierFor(test::barriers(), 30).addPrerequisite(stranger);
+    priorityBarrierFor(test::barriers(), 30)
+        .addPrerequisite(*test::barriers().lookupBarrier("milestone", true));
     const Script c("c", 30);
-    priorityBarrierFor(20);
+    priorityBarrierFor(test::barriers(), 20);
     EXPECT_EQ(waitsFor(stranger), "");
-    EXPECT_EQ(waitsFor(*lookupBarrier("milestone", false)), "");
+    EXPECT_EQ(waitsFor(*test::barriers().lookupBarrier("milestone", false)), "");
     EXPECT_EQ(waitsFor(c), "10 20");
-    EXPECT_EQ(isWaitedForBy(priorityBarrierFor(20)), "c 30");
+    EXPECT_EQ(isWaitedForBy(priorityBarrierFor(test::barriers(), 20)), "c 30");
   });
 }
 
@@ -233,13 +237,13 @@ TEST(PriorityLevels, FindTheirPlaceAgainWhenOthersHaveComeBefore) {
     const Script a("a", 100);
     EXPECT_EQ(waitsFor(a), "");
     for (std::uint32_t below = 90; below > 0; below -= 10) {
-      priorityBarrierFor(below);
+      priorityBarrierFor(test::barriers(), below);
       const Script next("next", 100);
       EXPECT_EQ(waitsFor(next), "90");
       const Script again("again", 100);
       EXPECT_EQ(waitsFor(again), "90");
     }
-    priorityBarrierFor(95);
+    priorityBarrierFor(test::barriers(), 95);
     const Script last("last", 100);
     EXPECT_EQ(waitsFor(last), "95");
     const Script lowest("lowest", 10);
@@ -253,7 +257,7 @@ TEST(PriorityLevels, GoUpToTheLargestNumber) {
     const Script first("first", 0);
     EXPECT_EQ(waitsFor(last), "0");
     EXPECT_EQ(waitsFor(first), "");
-    EXPECT_EQ(waitsFor(priorityBarrierFor(4294967295U)), "last 0");
+    EXPECT_EQ(waitsFor(priorityBarrierFor(test::barriers(), 4294967295U)), "last 0");
   });
 }
 

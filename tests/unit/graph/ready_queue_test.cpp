@@ -42,8 +42,8 @@ class NaiveQueue {
 
   void push(Node& node) { nodes_.push_back(&node); }
 
-  Node* pop() REQUIRES(graphLock) {
-    if (nodes_.empty()) return nullptr;
+  ReadyQueue::Choice pop() REQUIRES(graphLock) {
+    if (nodes_.empty()) return {};
     std::vector<std::list<Node*>::iterator> candidates;
     for (auto node = nodes_.begin(); node != nodes_.end(); ++node) {
       if (!candidates.empty()) {
@@ -62,7 +62,7 @@ class NaiveQueue {
         candidates[randomize_ ? static_cast<std::size_t>(std::rand()) % candidates.size() : 0];
     Node* const node = *chosen;
     nodes_.erase(chosen);
-    return node;
+    return {node, candidates.size() - 1};
   }
 
  private:
@@ -77,7 +77,7 @@ TEST(ReadyQueue, IsEmptyAtFirst) {
   ReadyQueue queue(false);
   EXPECT_TRUE(queue.empty());
   EXPECT_EQ(queue.size(), 0U);
-  EXPECT_EQ(queue.pop(), nullptr);
+  EXPECT_EQ(queue.pop().node, nullptr);
   EXPECT_TRUE(queue.empty());
 }
 
@@ -92,7 +92,7 @@ TEST(ReadyQueue, CountsItsNodes) {
   }
   for (std::size_t count = 5; count > 0; --count) {
     EXPECT_EQ(queue.size(), count);
-    EXPECT_NE(queue.pop(), nullptr);
+    EXPECT_NE(queue.pop().node, nullptr);
   }
   EXPECT_TRUE(queue.empty());
 }
@@ -103,7 +103,7 @@ TEST(ReadyQueue, DoesNotDrawWhenThereIsNothingToChoose) {
   std::srand(3);
   const int next = std::rand();
   std::srand(3);
-  EXPECT_EQ(queue.pop(), nullptr);
+  EXPECT_EQ(queue.pop().node, nullptr);
   EXPECT_EQ(std::rand(), next);
 }
 
@@ -138,15 +138,15 @@ std::pair<std::vector<std::string>, int> work(auto& queue, const std::vector<Nod
         idle.pop_back();
         ++waiting;
       } else {
-        Node* const node = queue.pop();
-        taken.push_back(nameOf(node));
+        const auto [node, equals] = queue.pop();
+        taken.push_back(nameOf(node) + " of " + std::to_string(equals));
         if (node == nullptr) continue;
         idle.push_back(node);
         --waiting;
       }
     }
   }
-  while (Node* const node = queue.pop()) taken.push_back(nameOf(node));
+  while (Node* const node = queue.pop().node) taken.push_back(nameOf(node));
   return {std::move(taken), std::rand()};
 }
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "plugins/plugin.h"
+#include "tests/support/barriers.h"
 
 namespace bootforge::test {
 
@@ -15,8 +16,8 @@ class TestPlugin : public Plugin {
   TestPlugin(std::string name, std::uint32_t schedulingClass)
       : Plugin(std::move(name), schedulingClass) {}
 
-  using Plugin::provide;
-  using Plugin::require;
+  void provide(std::string_view milestone) { Plugin::provide(barriers(), milestone); }
+  void require(std::string_view milestone) { Plugin::require(barriers(), milestone); }
 
   void start() override {
     if (onStart) onStart();

@@ -73,11 +73,14 @@ int __wrap_sysinfo(struct sysinfo* information) {
 }  // extern "C"
 
 // A function of the program itself: the linker knows it by its mangled name.
-bootforge::PriorityBarrier& realPriorityBarrierFor(std::uint32_t priority) __asm__(
-    "__real__ZN9bootforge18priorityBarrierForEj");
-bootforge::PriorityBarrier& wrappedPriorityBarrierFor(std::uint32_t priority) __asm__(
-    "__wrap__ZN9bootforge18priorityBarrierForEj");
-bootforge::PriorityBarrier& wrappedPriorityBarrierFor(std::uint32_t priority) {
+bootforge::PriorityBarrier&
+realPriorityBarrierFor(bootforge::BarrierRegistry& barriers, std::uint32_t priority) __asm__(
+    "__real__ZN9bootforge18priorityBarrierForERNS_15BarrierRegistryEj");
+bootforge::PriorityBarrier&
+wrappedPriorityBarrierFor(bootforge::BarrierRegistry& barriers, std::uint32_t priority) __asm__(
+    "__wrap__ZN9bootforge18priorityBarrierForERNS_15BarrierRegistryEj");
+bootforge::PriorityBarrier& wrappedPriorityBarrierFor(bootforge::BarrierRegistry& barriers,
+                                                      std::uint32_t priority) {
   if (std::exchange(firstLevelFails, false)) throw 42;
-  return realPriorityBarrierFor(priority);
+  return realPriorityBarrierFor(barriers, priority);
 }

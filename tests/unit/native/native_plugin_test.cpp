@@ -14,6 +14,7 @@
 #include "main/run_options.h"
 #include "tests/double/faults.h"
 #include "tests/double/recorder.h"
+#include "tests/support/barriers.h"
 #include "tests/support/scratch_root.h"
 #include "tests/unit/native/shared_objects.h"
 
@@ -40,7 +41,7 @@ class NativePluginTest : public ::testing::Test {
   NativePlugin load(const std::string& sample) {
     const std::string path = "/plugins/" + sample + ".so";
     writeFile(path, sharedObject(sample));
-    return NativePlugin("x", path);
+    return NativePlugin("x", path, test::barriers());
   }
 
   /// A program in the place of the native executor.
@@ -60,7 +61,7 @@ class NativePluginTest : public ::testing::Test {
   }
 
   std::string loadFailure(const std::string& path) {
-    return failureOf([&] { NativePlugin("x", path); });
+    return failureOf([&] { NativePlugin("x", path, test::barriers()); });
   }
 
   std::vector<std::string> namesOf(const Node::List& nodes) {
@@ -141,7 +142,7 @@ TEST_F(NativePluginTest, OtherVersionsAreUnsupportedAndLinkNothing) {
     EXPECT_EQ(failureOf([&] { load(sample); }),
               "plugin `/plugins/" + sample + ".so' is invalid: Unsupported API version");
   }
-  EXPECT_EQ(lookupBarrier("never-linked", false), nullptr);
+  EXPECT_EQ(test::barriers().lookupBarrier("never-linked", false), nullptr);
 }
 
 TEST_F(NativePluginTest, AMissingSymbolIsNamedWithItsObject) {

@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "reading/place.h"
 
 namespace bootforge::test {
 namespace {
@@ -23,6 +26,12 @@ std::string reasonAgainst(const std::string& text) {
     return error.what();
   }
   return "";
+}
+
+Words textsOf(const std::vector<CommandFile::Finding>& findings) {
+  Words texts;
+  for (const CommandFile::Finding& finding : findings) texts.push_back(finding.text);
+  return texts;
 }
 
 /// The reason against a file with one command of this description.
@@ -60,9 +69,9 @@ TEST(CommandFile, DescribesANamespaceWithItsCommands) {
   })");
   EXPECT_EQ(file.nameSpace, (Words{"network", "ip"}));
   ASSERT_EQ(file.commands.size(), 2U);
-  EXPECT_EQ(file.commands[0].first, "set");
-  EXPECT_EQ(file.commands[1].first, "list");
-  const Command& set = file.commands[0].second;
+  EXPECT_EQ(file.commands[0].word, "set");
+  EXPECT_EQ(file.commands[1].word, "list");
+  const Command& set = file.commands[0].command;
   EXPECT_EQ(set.summary, "Give an interface an address");
   EXPECT_EQ(set.program, "/usr/sbin/ip");
   EXPECT_EQ(set.arguments.size(), 2U);
@@ -83,7 +92,7 @@ TEST(CommandFile, MayHaveNoCommands) {
 TEST(CommandFile, MayHoldBytesThatAreNoUtf8) {
   CommandFile file = parseCommandFile(
       "{\"namespace\": \"n\", \"commands\": {\"c\": {\"summary\": \"\xff\", \"exec\": [\"/x\"]}}}");
-  EXPECT_EQ(file.commands[0].second.summary, "\xff");
+  EXPECT_EQ(file.commands[0].command.summary, "\xff");
 }
 
 TEST(CommandFile, SplitsItsNamespaceAtAnyNumberOfBlanks) {
@@ -146,19 +155,22 @@ TEST(CommandFile, RemarksOnEachKeyThatMeansNothingAndIsNoneTheWorseForIt) {
       "sumary": []
     }}
   })");
-  EXPECT_EQ(file.remarks, (Words{"unknown key \"version\"", "command \"c\": unknown key \"sumary\"",
-                                 "command \"c\": parameter \"p\": unknown key \"requird\""}));
+  EXPECT_EQ(textsOf(file.remarks),
+            (Words{"unknown key \"version\"", "command \"c\": unknown key \"sumary\"",
+                   "command \"c\": parameter \"p\": unknown key \"requird\""}));
   ASSERT_EQ(file.commands.size(), 1U);
-  const Command& command = file.commands[0].second;
+  const Command& command = file.commands[0].command;
   EXPECT_EQ(command.arguments.size(), 1U);
   EXPECT_EQ(command.parameters.at(0).shortName, "q");
   EXPECT_FALSE(command.parameters.at(0).required);
 }
 
 TEST(CommandFile, IsWithoutRemarksWhenItHasTheKnownKeysOnly) {
-  EXPECT_EQ(parseCommandFile(R"({"namespace": "n", "commands": {"c": {"summary": "", "exec": ["/x"],
-              "parameters": {"p": {"short": "q", "required": true, "flag": true, "summary": ""}}}}})")
-                .remarks,
+  EXPECT_EQ(textsOf(parseCommandFile(
+                        R"({"namespace": "n", "commands": {"c": {"summary": "", "exec": ["/x"],
+                            "timeout": 1.5, "parameters": {"p": {"short": "q", "required": true,
+                                                                 "flag": true, "summary": ""}}}}})")
+                        .remarks),
             Words());
 }
 
@@ -233,6 +245,54 @@ TEST(CommandFile, IsBadWithoutAProgramToRun) {
   }
 }
 
+TEST(CommandFile, MayLimitTheTimeOfACommand) {
+  const auto timeoutOf = [](const std::string& value) {
+    return parseCommandFile(R"({"namespace": "n", "commands": {"c": {"exec": ["/x"])" + value +
+                            "}}}")
+        .commands[0]
+        .command.timeout;
+  };
+  EXPECT_EQ(timeoutOf(""), std::nullopt);
+  EXPECT_EQ(timeoutOf(R"(, "timeout": 30)"), 30.0);
+  EXPECT_EQ(timeoutOf(R"(, "timeout": 0.25)"), 0.25);
+}
+
+TEST(CommandFile, IsBadWithALimitThatIsNone) {
+  for (const char* value : {"0", "-1", "\"10\"", "null", "true", "[10]"}) {
+    EXPECT_EQ(reasonAgainstCommand(R"({"exec": ["/x"], "timeout": )" + std::string(value) + "}"),
+              "command \"c\": \"timeout\": is no number of seconds above 0")
+        << value;
+  }
+}
+
+TEST(CommandFile, TellsEveryFaultWithItsPlace) {
+  const bootforge::JsonText json(R"({
+    "namespace": "a -b",
+    "commands": {
+      "c d": {"exec": "x", "summary": 1, "parameters": {"p": {"short": "q"}, "q": {"flag": 1}}},
+      "e": {"exec": ["true", "{r}"], "timeout": 0},
+      "f": 2
+    }
+  })");
+  Words found;
+  for (const CommandFile::Finding& fault : host_linux::readCommandFile(json).faults) {
+    const bootforge::Place place = bootforge::placeOf(json.text(), fault.at);
+    found.push_back(std::to_string(place.line) + ":" + std::to_string(place.column) + " " +
+                    fault.text);
+  }
+  EXPECT_EQ(found,
+            (Words{"2:18 \"namespace\": \"-b\" is no word of a command line",
+                   "4:7 command \"c d\": this is no word of a command line",
+                   "4:39 command \"c d\": \"summary\": is no string",
+                   "4:92 command \"c d\": parameter \"q\": \"flag\": is neither true nor false",
+                   "4:83 command \"c d\": parameters \"p\" and \"q\" share the name \"q\"",
+                   "4:23 command \"c d\": \"exec\": is no list of a program and its arguments",
+                   "5:22 command \"e\": \"exec\" word 1: is no absolute path of a program",
+                   "5:30 command \"e\": \"exec\" word 2: '{r}' names no parameter of the command",
+                   "5:49 command \"e\": \"timeout\": is no number of seconds above 0",
+                   "6:12 command \"f\": is no object"}));
+}
+
 TEST(CommandFile, IsBadWithBracesThatNameNothing) {
   const std::string where = "command \"c\": \"exec\" word 2: ";
   EXPECT_EQ(reasonAgainstExec(R"(["/x", "a{p"])"), where + "a '{' without its '}'");
@@ -248,7 +308,7 @@ TEST(CommandFile, KeepsBracesThatAreDoubled) {
   CommandFile file = parseCommandFile(
       R"({"namespace": "n", "commands": {"c": {"parameters": {"p": {}},
           "exec": ["/{{x}}", "{{}}", "{{{p}}}"]}}})");
-  const Command& command = file.commands[0].second;
+  const Command& command = file.commands[0].command;
   EXPECT_EQ(command.program, "/{x}");
   ASSERT_EQ(command.arguments[0].size(), 1U);
   EXPECT_EQ(command.arguments[0][0].text, "{}");

@@ -13,6 +13,7 @@
 #include "graph/init_barrier.h"
 #include "main/run_options.h"
 #include "tests/double/recorder.h"
+#include "tests/support/barriers.h"
 #include "tests/support/own_process.h"
 #include "tests/unit/plugins/description.h"
 
@@ -34,13 +35,13 @@ class DebugPluginTest : public testing::Test {
 
   /// What starting an injection of that command logs.
   static std::vector<doubles::Record> recordsOfStarting(const std::string& command) {
-    DebugPlugin("probe", {}, {}, command).start();
+    DebugPlugin({"probe", {}, {}, command}, test::barriers()).start();
     return records();
   }
 };
 
 TEST_F(DebugPluginTest, IsAPluginOfTheFirstVersion) {
-  const DebugPlugin plugin("probe", {}, {}, "true");
+  const DebugPlugin plugin({"probe", {}, {}, "true"}, test::barriers());
   EXPECT_EQ(plugin.name(), "probe");
   EXPECT_EQ(plugin.apiVersion(), 1);
   EXPECT_EQ(plugin.pluginVersion(), "");
@@ -51,17 +52,19 @@ TEST_F(DebugPluginTest, IsAPluginOfTheFirstVersion) {
 }
 
 TEST_F(DebugPluginTest, LinksItsMilestonesInTheirOrder) {
-  InitBarrier* const known = lookupBarrier("debug-known", true);
-  const DebugPlugin plugin("probe", {"debug-b", "debug-a"}, {"debug-d", "debug-known", "debug-c"},
-                           "true");
+  InitBarrier* const known = test::barriers().lookupBarrier("debug-known", true);
+  const DebugPlugin plugin(
+      {"probe", {"debug-b", "debug-a"}, {"debug-d", "debug-known", "debug-c"}, "true"},
+      test::barriers());
   EXPECT_EQ(dependentsOf(plugin), "debug-b debug-a");
   EXPECT_EQ(prerequisitesOf(plugin), "debug-d debug-known debug-c");
   EXPECT_EQ(dependentsOf(*known), "probe");
-  EXPECT_EQ(prerequisitesOf(*lookupBarrier("debug-a", false)), "probe");
+  EXPECT_EQ(prerequisitesOf(*test::barriers().lookupBarrier("debug-a", false)), "probe");
 }
 
 TEST_F(DebugPluginTest, IsMadeOfAnEntry) {
-  const auto plugin = makeDebugPlugin({"probe", {"entry-p"}, {"entry-r"}, "echo hi >/tmp/made"});
+  const auto plugin = std::make_unique<DebugPlugin>(
+      DebugEntry{"probe", {"entry-p"}, {"entry-r"}, "echo hi >/tmp/made"}, test::barriers());
   EXPECT_EQ(plugin->name(), "probe");
   EXPECT_EQ(dependentsOf(*plugin), "entry-p");
   EXPECT_EQ(prerequisitesOf(*plugin), "entry-r");
@@ -70,7 +73,7 @@ TEST_F(DebugPluginTest, IsMadeOfAnEntry) {
 }
 
 TEST_F(DebugPluginTest, KnowsNoHostProfile) {
-  DebugPlugin plugin("probe", {}, {}, "true");
+  DebugPlugin plugin({"probe", {}, {}, "true"}, test::barriers());
   EXPECT_FALSE(plugin.supportsApplyHostProfile());
   try {
     plugin.applyHostProfile();
@@ -130,15 +133,15 @@ TEST_F(DebugPluginTest, LogsThatThereIsNoStatus) {
 }
 
 TEST_F(DebugPluginTest, LogsANameAsItIs) {
-  DebugPlugin("100%s 'x'", {}, {}, "exit 1").start();
+  DebugPlugin({"100%s 'x'", {}, {}, "exit 1"}, test::barriers()).start();
   EXPECT_THAT(records(),
               ElementsAre(logLine(5, "debug injection '100%s 'x'' returned 0x000100\n")));
 }
 
 //  failing > ready > next
 TEST_F(DebugPluginTest, ThatFailsCountsAsActivatedAndTheBootGoesOn) {
-  DebugPlugin failing("failing", {"debug-ready"}, {}, "exit 3");
-  DebugPlugin next("next", {}, {"debug-ready"}, "echo started >/tmp/next");
+  DebugPlugin failing({"failing", {"debug-ready"}, {}, "exit 3"}, test::barriers());
+  DebugPlugin next({"next", {}, {"debug-ready"}, "echo started >/tmp/next"}, test::barriers());
   Executor executor(1, false);
   Graph({&next, &failing}).runForward(executor);
   EXPECT_EQ(readFile("/tmp/next"), "started\n");
@@ -154,7 +157,7 @@ TEST_F(DebugPluginTest, ThatFailsCountsAsActivatedAndTheBootGoesOn) {
 TEST_F(DebugPluginTest, InvokedWithAHostProfileFails) {
   RunOptions::instance().invoke = true;
   RunOptions::instance().method = "apply_host_profile";
-  DebugPlugin plugin("probe", {}, {}, "true");
+  DebugPlugin plugin({"probe", {}, {}, "true"}, test::barriers());
   Executor executor(0, false);
   plugin.run(executor);
   RunOptions::instance() = RunOptions();

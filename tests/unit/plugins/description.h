@@ -9,6 +9,7 @@
 #include "graph/node.h"
 #include "plugins/exceptions.h"
 #include "plugins/json_plugin.h"
+#include "tests/support/barriers.h"
 #include "tests/support/scratch_root.h"
 
 namespace bootforge::test {
@@ -42,7 +43,7 @@ inline Description thirdVersion() {
 
 inline std::unique_ptr<JSONPlugin> readPlugin(const std::string& text) {
   writeFile(kDescription, text);
-  return std::make_unique<JSONPlugin>("network", kDescription);
+  return std::make_unique<JSONPlugin>("network", kDescription, barriers());
 }
 inline std::unique_ptr<JSONPlugin> makePlugin(const Description& description) {
   return readPlugin(description.text());
@@ -51,7 +52,7 @@ inline std::unique_ptr<JSONPlugin> makePlugin(const Description& description) {
 /// Why the description at a path is rejected; without the part of the text that names the path.
 inline std::string rejectionOfFile(const std::string& path) {
   try {
-    const JSONPlugin plugin("network", path);
+    const JSONPlugin plugin("network", path, barriers());
     return "accepted";
   } catch (const InvalidPluginException& rejection) {
     const std::string what = rejection.what();

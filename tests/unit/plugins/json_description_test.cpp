@@ -8,6 +8,7 @@
 #include "graph/init_barrier.h"
 #include "tests/double/faults.h"
 #include "tests/double/recorder.h"
+#include "tests/support/barriers.h"
 #include "tests/unit/plugins/description.h"
 
 namespace bootforge::test {
@@ -66,8 +67,8 @@ TEST_F(JsonDescription, LinksItsMilestonesInTheirOrder) {
       makePlugin({.required = R"(["o3", "o1", "o2", "o1"])", .provided = R"(["p2", "p1"])"});
   EXPECT_EQ(prerequisitesOf(*plugin), "o3 o1 o2 o1");
   EXPECT_EQ(dependentsOf(*plugin), "p2 p1");
-  EXPECT_EQ(dependentsOf(*lookupBarrier("o3", false)), "network");
-  EXPECT_EQ(prerequisitesOf(*lookupBarrier("p1", false)), "network");
+  EXPECT_EQ(dependentsOf(*test::barriers().lookupBarrier("o3", false)), "network");
+  EXPECT_EQ(prerequisitesOf(*test::barriers().lookupBarrier("p1", false)), "network");
 }
 
 TEST_F(JsonDescription, MayRequireWhatItProvides) {
@@ -77,9 +78,9 @@ TEST_F(JsonDescription, MayRequireWhatItProvides) {
 }
 
 TEST_F(JsonDescription, UsesTheMilestonesThatAreThere) {
-  InitBarrier* const known = lookupBarrier("known", true);
+  InitBarrier* const known = test::barriers().lookupBarrier("known", true);
   const auto plugin = makePlugin({.required = R"(["known"])"});
-  EXPECT_EQ(lookupBarrier("known", false), known);
+  EXPECT_EQ(test::barriers().lookupBarrier("known", false), known);
   ScopedLock lock(graphLock);
   EXPECT_THAT(known->dependents(), ElementsAre(plugin.get()));
 }

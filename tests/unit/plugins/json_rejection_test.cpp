@@ -15,6 +15,7 @@
 #include "graph/init_barrier.h"
 #include "tests/double/faults.h"
 #include "tests/double/recorder.h"
+#include "tests/support/barriers.h"
 #include "tests/support/own_process.h"
 #include "tests/unit/plugins/description.h"
 #include "util/unique_fd.h"
@@ -46,7 +47,7 @@ class JsonRejection : public testing::Test {
 TEST_F(JsonRejection, NamesThePathAndNotThePlugin) {
   writeFile("/tmp/a b.json", "[]");
   try {
-    const JSONPlugin plugin("other", "/tmp/a b.json");
+    const JSONPlugin plugin("other", "/tmp/a b.json", test::barriers());
     ADD_FAILURE() << "accepted";
   } catch (const InvalidPluginException& rejection) {
     EXPECT_STREQ(rejection.what(),
@@ -322,17 +323,17 @@ TEST_F(JsonRejection, TellsTheFirstDefect) {
 // A list is checked whole before a name of it is used; earlier lists have been used by then.
 TEST_F(JsonRejection, LeavesTheMilestonesThatItHasUsedAndNoEdges) {
   EXPECT_EQ(rejectionOf({.required = R"(["rejected-a", 1])"}), "requires tag is not a string");
-  EXPECT_EQ(lookupBarrier("rejected-a", false), nullptr);
+  EXPECT_EQ(test::barriers().lookupBarrier("rejected-a", false), nullptr);
   EXPECT_EQ(rejectionOf({.required = R"(["rejected-b"])", .provided = R"(["rejected-c", 1])"}),
             "provides tag is not a string");
-  ASSERT_NE(lookupBarrier("rejected-b", false), nullptr);
-  EXPECT_EQ(lookupBarrier("rejected-c", false), nullptr);
+  ASSERT_NE(test::barriers().lookupBarrier("rejected-b", false), nullptr);
+  EXPECT_EQ(test::barriers().lookupBarrier("rejected-c", false), nullptr);
   EXPECT_EQ(rejectionOf({.required = R"(["rejected-d", "rejected-d"])",
                          .provided = R"(["rejected-e"])",
                          .start = "[1]"}),
             "command is not a string");
   for (const char* name : {"rejected-b", "rejected-d", "rejected-e"}) {
-    const InitBarrier* const milestone = lookupBarrier(name, false);
+    const InitBarrier* const milestone = test::barriers().lookupBarrier(name, false);
     ASSERT_NE(milestone, nullptr) << name;
     EXPECT_EQ(prerequisitesOf(*milestone), "");
     EXPECT_EQ(dependentsOf(*milestone), "");

@@ -1,0 +1,163 @@
+#include "plugins/native_loader.h"
+
+#include <dlfcn.h>
+#include <link.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+
+#include "bootforge/plugin.h"
+#include "plugins/exceptions.h"
+#include "util/system_error.h"
+
+namespace bootforge {
+namespace {
+
+/// A loaded object, and memory that its records may point to.
+class LoadedObject {
+ public:
+  explicit LoadedObject(const std::string& path) : path_(path) {
+    // The loader would wait for the other end of a FIFO.
+    struct stat status {};
+    if (::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) &&
+        !S_ISDIR(status.st_mode)) {
+      reject(path + ": cannot open shared object file: " + systemErrorText(ENXIO));
+    }
+    ::dlerror();
+    handle_ = ::dlopen(path.c_str(), RTLD_LAZY | RTLD_GLOBAL);
+    if (handle_ == nullptr) reject(::dlerror());
+  }
+  ~LoadedObject() { ::dlclose(handle_); }
+  LoadedObject(const LoadedObject&) = delete;
+  LoadedObject& operator=(const LoadedObject&) = delete;
+
+  [[noreturn]] void reject(const std::string& reason) const {
+    throw InvalidPluginException(path_, reason);
+  }
+
+  /// The address of a symbol.
+  const void* symbol(const char* name) const {
+    ::dlerror();
+    const void* const address = ::dlsym(handle_, name);
+    const char* error = ::dlerror();
+    if (error == nullptr && address == nullptr) error = "symbol has no address";
+    if (error == nullptr) return address;
+    throw Exception("Failed loading symbol: " + std::string(name) + " Located at: " + path_ +
+                    " Reason: " + error);
+  }
+
+  /// How many bytes the object gives the symbol at an address; none when it does not say.
+  static std::optional<std::size_t> sizeAt(const void* address) {
+    Dl_info information{};
+    void* entry = nullptr;
+    if (::dladdr1(address, &information, &entry, RTLD_DL_SYMENT) == 0 || entry == nullptr ||
+        information.dli_saddr != address) {
+      return std::nullopt;
+    }
+    const std::size_t size = static_cast<const ElfW(Sym)*>(entry)->st_size;
+    if (size == 0) return std::nullopt;
+    return size;
+  }
+
+  template <typename Value>
+  Value read(const void* address) const {
+    Value value;
+    if (copy(address, &value, sizeof value) != sizeof value) reject(native::kWildPointer);
+    return value;
+  }
+
+  /// A string that ends in a zero byte.
+  std::string readText(const char* address) const {
+    std::string text;
+    for (char chunk[256];;) {
+      const char* const at = address + text.size();
+      // Never over the end of a page: what is behind it need not be there.
+      const std::size_t size =
+          std::min(sizeof chunk, kPage - reinterpret_cast<std::uintptr_t>(at) % kPage);
+      const std::size_t count = copy(at, chunk, size);
+      if (count == 0) reject(native::kWildPointer);
+      const void* const end = std::memchr(chunk, 0, count);
+      text.append(chunk, end == nullptr
+                             ? count
+                             : static_cast<std::size_t>(static_cast<const char*>(end) - chunk));
+      if (end != nullptr) return text;
+    }
+  }
+
+ private:
+  static constexpr std::size_t kPage = 4096;
+
+  /// Copies bytes that may not be there and returns their number. Asks the kernel,
+  /// process_vm_readv(2), which says EFAULT where a plain access would end the process.
+  static std::size_t copy(const void* address, void* target, std::size_t size) {
+    const iovec from{const_cast<void*>(address), size};
+    const iovec to{target, size};
+    const ssize_t count = ::process_vm_readv(::getpid(), &to, 1, &from, 1, 0);
+    if (count >= 0) return static_cast<std::size_t>(count);
+    if (errno == EFAULT) return 0;
+    // A kernel without that call: the records are trusted.
+    std::memcpy(target, address, size);
+    return size;
+  }
+
+  const std::string& path_;
+  void* handle_;
+};
+
+/// The names of an array that ends in null, or is null.
+std::vector<std::string> readNames(const LoadedObject& object, const char* const* names) {
+  std::vector<std::string> result;
+  if (names == nullptr) return result;
+  for (;; ++names) {
+    const auto* const name = object.read<const char*>(names);
+    if (name == nullptr) return result;
+    result.push_back(object.readText(name));
+  }
+}
+
+}  // namespace
+
+NativeRecord loadNativeRecord(const std::string& path) {
+  const LoadedObject object(path);
+  const void* const operations = object.symbol(native::kOperations);
+  const void* const metadata = object.symbol(native::kMetadata);
+  if (LoadedObject::sizeAt(operations).value_or(SIZE_MAX) < native::kOperationsSize) {
+    object.reject(native::kShortOperations);
+  }
+  NativeRecord record;
+  record.hasApplyHostProfile =
+      object.read<bootforge_operations>(operations).apply_host_profile != nullptr;
+  // The first four bytes are all that may be looked at until the version is known.
+  record.apiVersion = object.read<std::int32_t>(metadata);
+  if (!native::isSupported(record.apiVersion)) object.reject(native::kUnsupportedVersion);
+  const std::size_t needed = native::metadataSize(record.apiVersion);
+  if (LoadedObject::sizeAt(metadata).value_or(SIZE_MAX) < needed) {
+    object.reject(native::kShortMetadata);
+  }
+  const auto pointerAt = [&](std::size_t offset) {
+    return object.read<const char*>(static_cast<const char*>(metadata) + offset);
+  };
+  const auto namesAt = [&](std::size_t offset) {
+    return readNames(object, reinterpret_cast<const char* const*>(pointerAt(offset)));
+  };
+  record.provides = namesAt(offsetof(bootforge_metadata, provides));
+  record.requires_ = namesAt(offsetof(bootforge_metadata, requires_));
+  if (record.apiVersion < 3) return record;
+  record.requiredFlags = namesAt(offsetof(bootforge_metadata, required_flags));
+  record.disablingFlags = namesAt(offsetof(bootforge_metadata, disabling_flags));
+  // Not every author writes C: a byte that is neither 0 nor 1 is no bool to be read as one.
+  record.runOnce = object.read<unsigned char>(static_cast<const char*>(metadata) +
+                                              offsetof(bootforge_metadata, run_once)) != 0;
+  if (const char* const version = pointerAt(offsetof(bootforge_metadata, plugin_version))) {
+    record.pluginVersion = object.readText(version);
+  }
+  return record;
+}
+
+}  // namespace bootforge
