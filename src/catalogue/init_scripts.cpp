@@ -1,8 +1,8 @@
 #include "catalogue/init_scripts.h"
 
 #include <optional>
-#include <sstream>
 #include <string>
+#include <utility>
 
 #include "reading/init_scripts.h"
 #include "util/exception.h"
@@ -18,10 +18,8 @@ InitScripts enumerateInitScripts() {
   if (tool.pipe().get() <= 0) return scripts;
   const std::optional<std::string> list = readAll(tool.pipe());
   if (!list) throw Exception("Failed obtaining list of init.d scripts");
-  std::istringstream lines(*list);
-  for (std::string line; std::getline(lines, line);) {
-    const std::optional<InitListLine> script = readInitListLine(line);
-    if (script) scripts.emplace(script->priority, script->path);
+  for (InitListLine& script : readInitList(*list)) {
+    scripts.emplace(script.priority, std::move(script.path));
   }
   return scripts;
 }
