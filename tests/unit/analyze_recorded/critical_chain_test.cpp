@@ -72,7 +72,7 @@ TEST(CriticalChain, NamedPluginIsItsEnd) {
                 R"({"chain": [{"name": "a", "start": 0, "run": 3, "gap": 0, "after": null}]})"));
   const Answer none = showCriticalChain(timeline, "never", Format::Json, {});
   EXPECT_EQ(none.status, 1);
-  EXPECT_EQ(none.output, "{\"chain\":[]}\n");
+  EXPECT_EQ(none.output, "{\n  \"chain\": []\n}\n");
   EXPECT_THAT(none.notes, ElementsAre("never did not run"));
   EXPECT_THAT(showCriticalChain(timeline, "nevr", Format::Text, {}).notes,
               ElementsAre("nevr is not in the log; did you mean never?"));
