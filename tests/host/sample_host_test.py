@@ -184,6 +184,8 @@ class Boots(DemoCase):
                           "1\ndaemons: 6 of 7 started\n", demo.text)
             self.assertIn("    | entropy_check: chi-squared of 65536 bytes is ", demo.text)
             self.assertIn("<p>The daemons are up.\n", demo.text)
+            self.assertRegex(demo.text, r"\n    lines from bootforge: [4-9]\d\n")
+            self.assertEqual(len(re.findall(r" syslogd -n .*\n", demo.text)), 1)
         results = serial.results()
         self.assertEqual(results, parallel.results())
         self.assertEqual({name for name in results if results[name] != "activated"}, FAILING)
