@@ -1,5 +1,6 @@
 // Boots on hosts where something is wrong: each has its message and its exit status, and the steps
 // that are left are taken.
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
