@@ -136,14 +136,11 @@ void readBare(const fs::path& directory) {
 }
 
 void readByDiscovery(const fs::path& directory) {
-  RunOptions& options = RunOptions::instance();
-  options.pluginDirectory = directory.string();
   // The plugins stay for as long as the process, as in a boot.
   auto& catalogue = *new Catalogue;
-  const std::set<std::string> bootFlags;
-  std::set<std::string> runOnce;
+  Selection selection;
   for (const auto& entry : fs::directory_iterator(directory)) {
-    discoverPlugin(entry.path().filename().string(), catalogue, bootFlags, runOnce, options);
+    discoverPlugin(entry.path().filename().string(), directory.string(), selection, catalogue);
   }
   benchmark::DoNotOptimize(catalogue.plugins.size());
 }

@@ -9,6 +9,8 @@
 
 namespace bootforge {
 
+inline constexpr const char* kDefaultPluginDirectory = "/usr/libexec/bootforge/plugins";
+
 /// Owns its plugins, in the order in which they were found.
 using PluginList = std::deque<std::unique_ptr<Plugin>>;
 

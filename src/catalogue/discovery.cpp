@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "catalogue/entry.h"
-#include "catalogue/filters.h"
 #include "platform/log.h"
 #include "plugins/debug_configuration.h"
 #include "plugins/debug_plugin.h"
@@ -24,26 +23,23 @@ std::string listOf(const std::vector<std::string>& flags) {
 }
 
 /// Says in the log what is against a plugin.
-void logObjections(const Plugin& plugin, const std::string& baseName,
-                   const Objections& objections) {
-  if (objections.isDenied) {
+void logAdmission(const Admission& admission, const std::string& baseName) {
+  const Plugin& plugin = *admission.plugin;
+  if (admission.isDenied) {
     Log_Level(5, "ignoring plugin '%s' due to denylist.\n", baseName.c_str());
   }
-  if (!objections.disabling.empty()) {
+  if (!admission.disabling.empty()) {
     Log_Level(3, "ignoring plugin '%s', disabled due to boot flags: %s.\n", plugin.name().c_str(),
-              listOf(objections.disabling).c_str());
+              listOf(admission.disabling).c_str());
   }
-  if (!objections.missing.empty()) {
+  if (!admission.missing.empty()) {
     Log_Level(3, "ignoring plugin '%s', disabled due to missing required boot flags: %s.\n",
-              plugin.name().c_str(), listOf(objections.missing).c_str());
+              plugin.name().c_str(), listOf(admission.missing).c_str());
   }
-}
-
-void applyRunOnce(Plugin& plugin, std::set<std::string>& runOnce) {
-  if (!hasRunAlready(plugin.name(), plugin.pluginVersion(), runOnce)) return;
-  Log_Level(5, "ignoring plugin '%s' because version '%s'  has already been run.\n",
-            plugin.name().c_str(), plugin.pluginVersion().c_str());
-  plugin.markForwardDone();
+  if (admission.hasRunAlready) {
+    Log_Level(5, "ignoring plugin '%s' because version '%s'  has already been run.\n",
+              plugin.name().c_str(), plugin.pluginVersion().c_str());
+  }
 }
 
 /// The plugin of a file, or null for a file that has none.
@@ -67,10 +63,9 @@ std::unique_ptr<Plugin> makePlugin(const Entry& entry, const std::string& fileNa
   return nullptr;
 }
 
-void discover(const std::string& fileName, Catalogue& catalogue,
-              const std::set<std::string>& bootFlags, std::set<std::string>& runOnce,
-              const RunOptions& options) {
-  const std::string path = (boost::filesystem::path(options.pluginDirectory) / fileName).string();
+void discover(const std::string& fileName, const std::string& pluginDirectory, Selection& selection,
+              Catalogue& catalogue) {
+  const std::string path = (boost::filesystem::path(pluginDirectory) / fileName).string();
   const Entry entry = entryOf(fileName);
   // The injections are loaded for every file that has a type: a bad escape is that file's failure.
   if (entry.kind != Entry::Kind::NoType) {
@@ -82,17 +77,7 @@ void discover(const std::string& fileName, Catalogue& catalogue,
   std::unique_ptr<Plugin> plugin = makePlugin(entry, fileName, path, catalogue.barriers);
   if (!plugin) return;
 
-  const Objections objections =
-      objectionsTo(entry.baseName, plugin->requiredFlags(), plugin->disablingFlags(), bootFlags,
-                   options.disabledPlugins);
-  if (objections.any()) {
-    logObjections(*plugin, entry.baseName, objections);
-    plugin->markForwardDone();
-    catalogue.leftOut.push_back(std::move(plugin));
-    return;
-  }
-  catalogue.plugins.push_back(std::move(plugin));
-  if (catalogue.plugins.back()->runOnce()) applyRunOnce(*catalogue.plugins.back(), runOnce);
+  logAdmission(admit(std::move(plugin), entry.baseName, selection, catalogue), entry.baseName);
 }
 
 void report(const std::string& message) {
@@ -102,11 +87,10 @@ void report(const std::string& message) {
 
 }  // namespace
 
-void discoverPlugin(const std::string& fileName, Catalogue& catalogue,
-                    const std::set<std::string>& bootFlags, std::set<std::string>& runOnce,
-                    const RunOptions& options) {
+void discoverPlugin(const std::string& fileName, const std::string& pluginDirectory,
+                    Selection& selection, Catalogue& catalogue) {
   try {
-    discover(fileName, catalogue, bootFlags, runOnce, options);
+    discover(fileName, pluginDirectory, selection, catalogue);
   } catch (const std::exception& error) {
     report("exception occurred whilst loading plugin " + fileName + ": " + error.what());
   } catch (...) {

@@ -1,31 +1,15 @@
 #include "cli/hypcli_dispatcher.h"
 
-#include <array>
 #include <exception>
 #include <memory>
 #include <string>
 
+#include "cli/command_directories.h"
 #include "platform/log.h"
 
 namespace bootforge {
-namespace {
-
-/// Where commands are defined. A later directory wins over an earlier one, so the order matters: it
-/// is not that of the names.
-const std::array<std::string, 4>& commandDirectories() {
-  static const std::array<std::string, 4> directories = {
-      "/usr/lib/nimbus/hypcli",
-      "/usr/lib/nimbus/hypcli/int",
-      "/usr/lib/nimbus/hypcli/int/ext",
-      "/usr/lib/nimbus/hypcli/ext",
-  };
-  return directories;
-}
-
-}  // namespace
-
 HypcliDispatcher::HypcliDispatcher() {
-  for (const std::string& directory : commandDirectories()) {
+  for (const char* const directory : kCommandDirectories) {
     try {
       AddExternalDirectory(directory);
     } catch (const std::exception& error) {

@@ -100,7 +100,7 @@ class Boot {
   }
 
   void gatherPlugins() {
-    if (options_.invoke) loadRunOnceRecord(commandLine_.runOnce);
+    if (options_.invoke) loadRunOnceRecord(selection_.runOnce);
     if (commandLine_.plugins.empty()) {
       const std::list<DebugEntry> injections = loadDebugEntries();
       for (const auto& entry : boost::filesystem::directory_iterator(options_.pluginDirectory)) {
@@ -139,7 +139,7 @@ class Boot {
   }
 
   void discover(const std::string& fileName) {
-    discoverPlugin(fileName, catalogue_, commandLine_.bootFlags, commandLine_.runOnce, options_);
+    discoverPlugin(fileName, options_.pluginDirectory, selection_, catalogue_);
   }
 
   void runGraph() {
@@ -161,7 +161,7 @@ class Boot {
     screen.ProgressText("Activating Bootforge Plugins");
     screen.StatusText("");
     graph.runForward(executor);
-    saveRunOnceRecord(commandLine_.runOnce);
+    saveRunOnceRecord(selection_.runOnce);
   }
 
   void chooseThreadCount() {
@@ -205,6 +205,7 @@ class Boot {
   RunOptions& options_ = RunOptions::instance();
   CommandLine commandLine_;
   Profile profile_;
+  Selection selection_{commandLine_.bootFlags, options_.disabledPlugins, commandLine_.runOnce};
   Catalogue catalogue_;
   int status_ = 0;
 };

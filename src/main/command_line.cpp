@@ -3,12 +3,12 @@
 #include <getopt.h>
 
 #include <boost/lexical_cast.hpp>
-#include <boost/tokenizer.hpp>
 #include <cstdint>
 #include <cstdio>
 
 #include "main/run_options.h"
 #include "platform/log.h"
+#include "reading/name_list.h"
 
 namespace bootforge {
 namespace {
@@ -106,13 +106,6 @@ constexpr const char* kUsage =
     "                            specify how long bootforge should wait for daemons \n"
     "                            to start/stop, before moving on to the next one.\n"
     "                            The default is 40 secs.\n";
-
-/// The items between commas, without the empty ones.
-std::vector<std::string> itemsOf(const std::string& text) {
-  const boost::char_separator<char> comma(",");
-  const boost::tokenizer<boost::char_separator<char>> items(text, comma);
-  return {items.begin(), items.end()};
-}
 
 void append(std::list<std::string>& list, const std::string& text) {
   for (std::string& item : itemsOf(text)) list.push_back(std::move(item));

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-namespace bootforge {
+#include "catalogue/catalogue.h"
 
-inline constexpr const char* kDefaultPluginDirectory = "/usr/libexec/bootforge/plugins";
+namespace bootforge {
 
 /// What main itself keeps of the command line; the rest goes into the run options.
 struct CommandLine {

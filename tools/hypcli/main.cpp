@@ -59,7 +59,7 @@ int fail(ExitStatus status, const std::vector<std::string>& errors) {
 int runLine(const CommandRegistry& registry, const CommandLine& line) {
   if (!line.errors.empty()) return fail(kUsage, line.errors);
   BoundCommand bound = host_linux::bindCommand(registry, line.path, line.parameters);
-  if (!bound.errors.empty()) return fail(kUsage, bound.errors);
+  if (!bound.errors.empty()) return fail(kUsage, bound.errorTexts());
   std::vector<std::string> errors = host_linux::runCommand(bound.words);
   return errors.empty() ? kDone : fail(kFailed, errors);
 }

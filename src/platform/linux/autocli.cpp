@@ -44,10 +44,11 @@ void Dispatcher::AddExternalDirectory(const std::string& directory) {
 void Dispatcher::ExecuteCommand(std::shared_ptr<CommandInput> input,
                                 std::shared_ptr<CommandOutput> output) {
   const std::list<std::string>& path = input->GetCommandPath();
-  host_linux::BoundCommand bound =
+  const host_linux::BoundCommand bound =
       host_linux::bindCommand(state_->registry, {path.begin(), path.end()}, input->GetParameters());
-  if (bound.errors.empty()) bound.errors = host_linux::runCommand(bound.words);
-  for (std::string& error : bound.errors) output->AddError(std::move(error));
+  std::vector<std::string> errors =
+      bound.errors.empty() ? host_linux::runCommand(bound.words) : bound.errorTexts();
+  for (std::string& error : errors) output->AddError(std::move(error));
 }
 
 }  // namespace CppTools::AutoCli

@@ -53,33 +53,47 @@ void passOn(const ProgramEnd& end, const std::string& program) {
 
 }  // namespace
 
+std::vector<std::string> BoundCommand::errorTexts() const {
+  std::vector<std::string> texts;
+  for (const BindingError& error : errors) texts.push_back(error.text);
+  return texts;
+}
+
 BoundCommand bindCommand(const CommandRegistry& registry, const std::vector<std::string>& path,
                          const std::vector<std::pair<std::string, std::string>>& given) {
   std::string commandName = joinWords(path);
   const Command* found = registry.find(path);
-  if (!found) return {{}, {"unknown command '" + commandName + "'"}};
+  using Kind = BindingError::Kind;
+  if (!found) {
+    return {{}, {{Kind::UnknownCommand, commandName, "unknown command '" + commandName + "'"}}};
+  }
   const Command& command = *found;
   BoundCommand bound;
   Values values(command.parameters.size(), nullptr);
   for (const auto& [name, value] : given) {
     std::optional<std::size_t> index = findParameter(command.parameters, name);
     if (!index) {
-      bound.errors.push_back("unknown parameter '" + name + "' of command '" + commandName + "'");
+      bound.errors.push_back({Kind::UnknownParameter, name,
+                              "unknown parameter '" + name + "' of command '" + commandName + "'"});
       continue;
     }
     values[*index] = &value;
     if (command.parameters[*index].flag && value != "true") {
-      bound.errors.push_back("parameter '" + name + "' of command '" + commandName +
-                             "' is a flag and takes no value");
+      bound.errors.push_back({Kind::ValueOfFlag, name,
+                              "parameter '" + name + "' of command '" + commandName +
+                                  "' is a flag and takes no value"});
     }
     if (value.find('\0') != std::string::npos) {
-      bound.errors.push_back("the value of parameter '" + name + "' holds a zero byte");
+      bound.errors.push_back(
+          {Kind::ZeroByte, name, "the value of parameter '" + name + "' holds a zero byte"});
     }
   }
   for (std::size_t i = 0; i < values.size(); ++i) {
     if (command.parameters[i].required && !values[i]) {
-      bound.errors.push_back("missing required parameter '" + command.parameters[i].name +
-                             "' of command '" + commandName + "'");
+      const std::string& name = command.parameters[i].name;
+      bound.errors.push_back(
+          {Kind::MissingParameter, name,
+           "missing required parameter '" + name + "' of command '" + commandName + "'"});
     }
   }
   bound.words.push_back(command.program);

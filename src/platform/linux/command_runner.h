@@ -9,10 +9,20 @@
 
 namespace host_linux {
 
+/// Why a command cannot be run as it was given.
+struct BindingError {
+  enum class Kind { UnknownCommand, UnknownParameter, ValueOfFlag, ZeroByte, MissingParameter };
+  Kind kind;
+  std::string name;  // of the command, or of the parameter
+  std::string text;
+};
+
 struct BoundCommand {
   /// The command's program and its arguments; to be run only when there are no errors.
   std::vector<std::string> words;
-  std::vector<std::string> errors;
+  std::vector<BindingError> errors;
+
+  std::vector<std::string> errorTexts() const;
 };
 
 /// Finds a command and gives its parameters the (name, value) pairs: a name is a parameter's name

@@ -55,7 +55,8 @@ class DiscoveryTest : public testing::Test {
   }
 
   void discover(const std::string& fileName) {
-    discoverPlugin(fileName, catalogue, bootFlags, runOnce, options);
+    selection.denied = options.disabledPlugins;
+    discoverPlugin(fileName, options.pluginDirectory, selection, catalogue);
   }
 
   std::vector<std::string> names() const {
@@ -71,8 +72,9 @@ class DiscoveryTest : public testing::Test {
 
   Catalogue catalogue;
   PluginList& plugins = catalogue.plugins;
-  std::set<std::string> bootFlags;
-  std::set<std::string> runOnce;
+  Selection selection;
+  std::set<std::string>& bootFlags = selection.bootFlags;
+  std::set<std::string>& runOnce = selection.runOnce;
   RunOptions options;
 };
 
