@@ -1,48 +1,25 @@
 #include "catalogue/init_scripts.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <memory>
 #include <optional>
+#include <string>
+#include <utility>
 
 #include "reading/init_scripts.h"
 #include "util/exception.h"
+#include "util/regular_file.h"
+#include "util/shell.h"
 
 namespace bootforge {
-namespace {
-
-struct ClosePipe {
-  void operator()(FILE* pipe) const { ::pclose(pipe); }
-};
-
-/// The next line without its end; false at the end of the output.
-bool readLine(FILE* pipe, std::string& line) {
-  char* buffer = nullptr;
-  std::size_t capacity = 0;
-  const ssize_t length = ::getdelim(&buffer, &capacity, '\n', pipe);
-  const std::unique_ptr<char, decltype(&std::free)> owner(buffer, &std::free);
-  if (length < 0) {
-    if (std::ferror(pipe) != 0) throw Exception("read error");
-    return false;
-  }
-  line.assign(buffer, static_cast<std::size_t>(length));
-  return true;
-}
-
-}  // namespace
 
 InitScripts enumerateInitScripts() {
   InitScripts scripts;
-  const std::unique_ptr<FILE, ClosePipe> pipe(::popen("/bin/chkconfig -p", "r"));
-  if (!pipe || ::fileno(pipe.get()) <= 0) return scripts;
-  try {
-    for (std::string line; readLine(pipe.get(), line);) {
-      const std::optional<InitListLine> script = readInitListLine(line);
-      if (script) scripts.emplace(script->priority, script->path);
-    }
-  } catch (...) {
-    throw Exception("Failed obtaining list of init.d scripts");
+  const ShellOutput tool("/bin/chkconfig -p");
+  // A pipe in the place of a missing standard input is not read.
+  if (tool.pipe().get() <= 0) return scripts;
+  const std::optional<std::string> list = readAll(tool.pipe());
+  if (!list) throw Exception("Failed obtaining list of init.d scripts");
+  for (InitListLine& script : readInitList(*list)) {
+    scripts.emplace(script.priority, std::move(script.path));
   }
   return scripts;
 }

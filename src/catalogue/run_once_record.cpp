@@ -1,18 +1,19 @@
 #include "catalogue/run_once_record.h"
 
+#include <array>
 #include <boost/algorithm/string/trim.hpp>
+#include <boost/iostreams/device/array.hpp>
 #include <boost/iostreams/device/back_inserter.hpp>
-#include <boost/iostreams/device/file_descriptor.hpp>
 #include <boost/iostreams/filter/gzip.hpp>
 #include <boost/iostreams/filtering_stream.hpp>
-#include <cerrno>
 #include <istream>
 #include <locale>
-#include <stdexcept>
+#include <optional>
+#include <sstream>
+#include <string_view>
 
 #include "util/afstream.h"
 #include "util/regular_file.h"
-#include "util/system_error.h"
 
 namespace bootforge {
 namespace {
@@ -34,44 +35,48 @@ std::string compressed(const std::set<std::string>& keys) {
   return content;
 }
 
+/// The content of a gzip file, or nothing when there is more than kReadLimit of it. Throws
+/// std::exception for a damaged one.
+std::optional<std::string> decompressed(const std::string& file) {
+  io::filtering_istream stream;
+  stream.push(io::gzip_decompressor(io::gzip::default_window_bits, kBufferSize));
+  stream.push(io::array_source(file.data(), file.size()));
+  // Otherwise an istream turns what a damaged file throws into an early end.
+  stream.exceptions(std::ios::badbit);
+  std::string content;
+  std::array<char, kBufferSize> chunk;
+  do {
+    stream.read(chunk.data(), chunk.size());
+    content.append(chunk.data(), static_cast<std::size_t>(stream.gcount()));
+    if (content.size() > kReadLimit) return std::nullopt;
+  } while (stream);
+  return content;
+}
+
 }  // namespace
 
 void loadRunOnceRecord(std::set<std::string>& keys) {
-  UniqueFd file = openRegularFile(kRunOnceRecord);
+  const std::optional<std::string> file = readRegularFile(kRunOnceRecord);
   if (!file) return;
-  std::set<std::string> found;
+  std::optional<std::string> content;
   try {
-    io::filtering_istream stream;
-    stream.push(io::gzip_decompressor(io::gzip::default_window_bits, kBufferSize));
-    stream.push(io::file_descriptor_source(file.get(), io::never_close_handle));
-    // Otherwise an istream turns what a damaged file throws into an early end.
-    stream.exceptions(std::ios::badbit);
-    std::string prefix(kPrefix.size(), '\0');
-    stream.read(prefix.data(), static_cast<std::streamsize>(prefix.size()));
-    if (!stream || prefix != kPrefix) return;
-    for (std::string item; std::getline(stream, item, ',');) {
-      boost::algorithm::trim(item, std::locale::classic());
-      if (!item.empty()) found.insert(std::move(item));
-    }
+    content = decompressed(*file);
   } catch (const std::exception&) {
     return;
   }
-  keys.merge(found);
+  if (!content || !content->starts_with(kPrefix)) return;
+  std::istringstream items(content->substr(kPrefix.size()));
+  for (std::string item; std::getline(items, item, ',');) {
+    boost::algorithm::trim(item, std::locale::classic());
+    if (!item.empty()) keys.insert(std::move(item));
+  }
 }
 
 void saveRunOnceRecord(const std::set<std::string>& keys) {
   afstream file;
   file.open(kRunOnceRecord, std::ios_base::trunc | std::ios_base::binary);
   // Compressed in memory: a compressor whose target takes no more bytes tries again for ever.
-  const std::string content = compressed(keys);
-  errno = 0;
-  file.write(content.data(), static_cast<std::streamsize>(content.size()));
-  file.flush();
-  if (!file) {
-    throw std::runtime_error(std::string("unable to write '") + kRunOnceRecord +
-                             "': " + systemErrorText(errno));
-  }
-  file.commit();
+  writeAndCommit(file, compressed(keys));
 }
 
 }  // namespace bootforge

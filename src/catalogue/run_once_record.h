@@ -10,12 +10,12 @@ namespace bootforge {
 /// by a comma.
 inline constexpr const char* kRunOnceRecord = "/bootbank/bootfrge.gz";
 
-/// Adds the keys of the record to the set. A record that is missing or damaged anywhere adds
-/// nothing.
+/// Adds the keys of the record to the set. A record that is missing, damaged anywhere or larger
+/// than kReadLimit, unpacked or not, adds nothing.
 void loadRunOnceRecord(std::set<std::string>& keys);
 
-/// Replaces the record in one step. Throws std::exception when that fails; the old record is then
-/// as it was.
+/// Replaces the record in one step. Throws std::exception when that fails, the old record is then
+/// as it was, and when the new one is in place but may not survive a power cut.
 void saveRunOnceRecord(const std::set<std::string>& keys);
 
 }  // namespace bootforge

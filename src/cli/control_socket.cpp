@@ -2,6 +2,7 @@
 
 #include <strings.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include "util/system_error.h"
 
@@ -38,6 +39,15 @@ int connectControlSocket(const UniqueFd& socket) {
 int bindControlSocket(const UniqueFd& socket) {
   const sockaddr_un address = controlSocketAddress();
   return ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+}
+
+bool isPeerOurs(const UniqueFd& connection) {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (::getsockopt(connection.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return false;
+  if (peer.uid == ::geteuid()) return true;
+  errno = EPERM;
+  return false;
 }
 
 }  // namespace bootforge

@@ -1,4 +1,6 @@
 // The orchestrator's end.
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/types.h>
 #include <sys/wait.h>
@@ -7,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <utility>
 
 #include "cli/control_socket.h"
 #include "cli/hypcli_executor.h"
@@ -26,7 +29,7 @@ UniqueFd openConnection(int flags, bool reportFailure) {
   int error = errno;
   if (!connection) {
     Log_Level(2, "Failed creating bootforge client socket %s\n", systemErrorText(error).c_str());
-  } else if (connectControlSocket(connection) != 0) {
+  } else if (connectControlSocket(connection) != 0 || !isPeerOurs(connection)) {
     error = errno;
     if (reportFailure) {
       Log_Level(2, "Failed connecting to executor %s\n", systemErrorText(error).c_str());
@@ -36,6 +39,27 @@ UniqueFd openConnection(int flags, bool reportFailure) {
   errno = error;
   return connection;
 }
+
+/// Held from the look for an executor until the new one listens. Without it, the second of two runs
+/// that start at once would take the socket of the first for a stale one, between bind(2) and
+/// listen(2). Where the lock cannot be had, the executor is started without it.
+class StartLock {
+ public:
+  StartLock() {
+    constexpr int kFlags = O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+    UniqueFd file(::open(kStartLockPath, kFlags, 0600));
+    // Missing standard streams stay missing, which isConnected() looks at.
+    if (file) file.reset(::fcntl(file.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    if (file && retryInterrupted([&] { return ::flock(file.get(), LOCK_EX); }) == 0) {
+      file_ = std::move(file);
+    } else if (errno != ENOENT) {  // without the folder there will be no socket, which is told
+      Log_Level(3, "Unable to lock %s: %s\n", kStartLockPath, systemErrorText(errno).c_str());
+    }
+  }
+
+ private:
+  UniqueFd file_;  // the lock is gone when it is closed
+};
 
 /// Descriptor 0 is never taken for a connection: it is what a missing standard input leaves behind.
 bool isConnected(const UniqueFd& connection) { return connection.get() >= 1; }
@@ -64,6 +88,7 @@ bool HypcliExecutor::isServing() {
 }
 
 void HypcliExecutor::start() {
+  const StartLock lock;
   if (isServing()) return;
   Log_Level(5, "Setting up Executor - Reset Requested\n");
   const pid_t child = ::fork();

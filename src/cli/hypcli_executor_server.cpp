@@ -11,12 +11,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 
 #include "cli/control_socket.h"
 #include "cli/hypcli_executor.h"
 #include "cli/request_handler.h"
 #include "platform/log.h"
 #include "platform/poll.h"
+#include "util/child_process.h"
 #include "util/exception.h"
 #include "util/standard_streams.h"
 #include "util/system_error.h"
@@ -49,6 +51,12 @@ void handleConnection(void* clientData) {
     // The connection goes on waiting, so the loop comes back at once. Out of descriptors or memory
     // that would do nothing but fill the disk with this line.
     ::poll(nullptr, 0, kPauseMilliseconds);
+    return;
+  }
+  if (!isPeerOurs(connection)) {
+    const int error = errno;
+    Log_Level(3, "Refused a connection on the control socket - %s\n",
+              systemErrorText(error).c_str());
     return;
   }
   if (!handleRequest(connection)) return;
@@ -94,6 +102,9 @@ int bindForOwner(const UniqueFd& socket) {
 void HypcliExecutor::runChild() noexcept {
   try {
     ::prctl(PR_SET_NAME, kProcessName);
+    resetSignals();
+    // A peer that is gone shall be an error of send(2) here, too.
+    ::signal(SIGPIPE, SIG_IGN);
     // The descriptors are the orchestrator's: connections of its other workers among them, which
     // would not end for their peers while this process had them open.
     Log_Detach();

@@ -1,6 +1,7 @@
 #include "cli/request_handler.h"
 
 #include <sys/socket.h>
+#include <sys/time.h>
 
 #include <cerrno>
 
@@ -25,6 +26,9 @@ CommandStatus execute(const char* commandLine) {
 }  // namespace
 
 bool handleRequest(const UniqueFd& connection) {
+  // A client that says nothing would hold up everybody else.
+  const timeval patience{kRequestSeconds, 0};
+  ::setsockopt(connection.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   char request[kRequestLimit + 1];
   const ssize_t count =
       retryInterrupted([&] { return ::recv(connection.get(), request, kRequestLimit, 0); });

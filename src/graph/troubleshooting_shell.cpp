@@ -8,11 +8,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <string>
 #include <vector>
 
 #include "platform/log.h"
+#include "util/child_process.h"
 #include "util/standard_streams.h"
 #include "util/system_error.h"
 #include "util/unique_fd.h"
@@ -66,7 +66,7 @@ class Terminal {
   closeOtherDescriptors();
   // Taken from whichever session has it.
   ::ioctl(STDIN_FILENO, TIOCSCTTY, 1);
-  ::signal(SIGPIPE, SIG_DFL);
+  resetSignals();
   char name[] = "/bin/sh";
   char* const arguments[] = {name, nullptr};
   ::execv(name, arguments);

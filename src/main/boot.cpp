@@ -1,5 +1,6 @@
 #include "main/boot.h"
 
+#include <sys/stat.h>
 #include <sys/sysinfo.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -38,6 +39,7 @@ namespace bootforge {
 namespace {
 
 constexpr const char* kStatelessMarker = "/stateless.tgz";
+constexpr mode_t kOthersMayNotWrite = 022;
 
 /// One run of the program. Each step is a member function, in the order in which run() takes them.
 class Boot {
@@ -50,7 +52,20 @@ class Boot {
 
   int run() {
     if (commandLine_.init) startSystemDaemons();
-    if (!commandLine_.daemon && !startCliExecutor()) return 1;
+    if (commandLine_.daemon) return runBetween();
+    if (!startCliExecutor()) return 1;
+    try {
+      return runBetween();
+    } catch (...) {
+      // Nobody else would ever tell it to end.
+      stopCliExecutor();
+      throw;
+    }
+  }
+
+ private:
+  /// Everything between the executor's start and its end.
+  int runBetween() {
     options_.pluginDirectory =
         boost::filesystem::system_complete(commandLine_.pluginDirectory).string();
     leaveSession();
@@ -70,7 +85,6 @@ class Boot {
     return status_;
   }
 
- private:
   void startSystemDaemons() {
     // What they return is theirs: a boot without a log daemon is still a boot.
     runAndWait("/usr/lib/nimbus/hvsyslog/bin/hvsyslogd", {});
@@ -238,6 +252,8 @@ int runWithOptions(int argc, char** argv, char** environment) {
 
 int runProgram(int argc, char** argv, char** environment) {
   openMissingStandardStreams();
+  // Whoever calls us: what we and our children make is for others to read at most.
+  ::umask(::umask(kOthersMayNotWrite) | kOthersMayNotWrite);
   std::signal(SIGPIPE, SIG_IGN);
   // Where it is inherited as ignored, the kernel reaps our children and no exit status can be had.
   std::signal(SIGCHLD, SIG_DFL);

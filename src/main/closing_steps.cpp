@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <optional>
 #include <sstream>
 
@@ -12,6 +11,7 @@
 #include "platform/config_store.h"
 #include "platform/log.h"
 #include "util/regular_file.h"
+#include "util/shell.h"
 #include "util/system_error.h"
 
 namespace bootforge {
@@ -37,7 +37,7 @@ void attempt(void (*step)(), const char* failure) {
 }  // namespace
 
 void reloadSyslogDaemon() {
-  if (::access(kSyslogConfiguration, F_OK) == 0 && std::system(kSyslogUpgrade) == -1) {
+  if (::access(kSyslogConfiguration, F_OK) == 0 && runShell(kSyslogUpgrade) == -1) {
     Log_Level(2, "failed to call %s\n", kSyslogUpgrade);
   }
   const UniqueFd file = openRegularFile(kSyslogPidFile);
@@ -57,16 +57,20 @@ void reloadSyslogDaemon() {
   }
 }
 
-bool endBoot() {
-  bool stopped = false;
+bool stopCliExecutor() {
   try {
     HypcliExecutor::instance().stop();
-    stopped = true;
+    return true;
   } catch (const std::exception& error) {
     Log_Level(2, "Failed to stop Executor: %s\n", error.what());
   } catch (...) {
     Log_Level(2, "Failed to stop Executor\n");
   }
+  return false;
+}
+
+bool endBoot() {
+  const bool stopped = stopCliExecutor();
   attempt(&HypConfigStore::EndAutoConf, "Failed to disable autoconf: %s\n");
   attempt(&HypConfigStore::CleanupBootState, "Failed to cleanup boot state: %s\n");
   return stopped;

@@ -7,6 +7,9 @@ namespace bootforge {
 /// configuration anew. Failures are lines in the log.
 void reloadSyslogDaemon();
 
+/// Stops the CLI executor. A failure is a line in the log, and false.
+bool stopCliExecutor();
+
 /// Stops the CLI executor, ends the automatic-configuration phase and cleans the boot state: each
 /// of them, whatever became of the one before. False when the executor could not be stopped.
 bool endBoot();

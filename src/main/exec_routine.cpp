@@ -4,11 +4,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
 
 #include "main/run_options.h"
 #include "platform/log.h"
+#include "util/child_process.h"
 #include "util/standard_streams.h"
 #include "util/system_error.h"
 
@@ -27,7 +27,7 @@ bool runAndWait(const std::string& path, const std::vector<std::string>& argumen
     closeOtherDescriptors();
     redirectStandardStreams("/dev/null");
     Log_Detach();
-    std::signal(SIGPIPE, SIG_DFL);
+    resetSignals();
     ::execve(path.c_str(), words.data(), environment);
     const int error = errno;
     Log_Level(2, "execve(%s) failure: %s\n", path.c_str(), systemErrorText(error).c_str());

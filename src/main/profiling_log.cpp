@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <ctime>
 #include <sstream>
-#include <stdexcept>
 
 #include "main/run_options.h"
 #include "platform/log.h"
@@ -44,15 +43,6 @@ bool open(afstream& file, const char* failure) {
   }
 }
 
-/// Writes the text and puts the new log in place, unless some of it could not be written.
-void commit(afstream& file, const std::string& text) {
-  errno = 0;
-  file << text;
-  file.flush();
-  if (!file) throw std::runtime_error("write failed: " + systemErrorText(errno));
-  file.commit();
-}
-
 }  // namespace
 
 std::string formatTime(const timeval& time) {
@@ -76,7 +66,7 @@ void writeBootProfile(const Profile& profile) {
          << " Start: " << formatTime(profile.start) << '\n'
          << " End: " << formatTime(profile.end) << '\n';
     writeOptions(text);
-    commit(file, text.str());
+    writeAndCommit(file, text.str());
   } catch (const std::exception& error) {
     Log_Level(3, "unable to log profiling information: %s.\n", error.what());
   }
@@ -94,7 +84,7 @@ void appendDaemonProfile(const Profile& profile) {
          << " Start Daemon: " << formatTime(profile.start) << '\n'
          << " End Daemon: " << formatTime(profile.end) << '\n';
     writeOptions(text);
-    commit(file, text.str());
+    writeAndCommit(file, text.str());
   } catch (const std::exception& error) {
     Log_Level(3, "unable to log daemon profiling information: %s.\n", error.what());
   }

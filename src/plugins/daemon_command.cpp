@@ -89,7 +89,7 @@ std::string await(const std::string& commandLine, pid_t child) {
   const RunOptions& options = RunOptions::instance();
   // A budget of nothing wraps: the wait then has no limit that anybody sees.
   std::uint32_t budget = pollBudget(options);
-  const ChildEnd end(child);
+  ChildEnd end(child);
   for (;;) {
     int status = -1;
     const pid_t ended = ::waitpid(child, &status, WNOHANG);

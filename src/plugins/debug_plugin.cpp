@@ -1,9 +1,8 @@
 #include "plugins/debug_plugin.h"
 
-#include <cstdlib>
-
 #include "platform/log.h"
 #include "plugins/exceptions.h"
+#include "util/shell.h"
 
 namespace bootforge {
 
@@ -15,7 +14,7 @@ DebugPlugin::DebugPlugin(const DebugEntry& entry, BarrierRegistry& barriers)
 }
 
 void DebugPlugin::start() {
-  const int status = std::system(command_.c_str());
+  const int status = runShell(command_);
   if (status == 0) return;
   Log_Level(5, "debug injection '%s' returned %#08x\n", name().c_str(),
             static_cast<unsigned>(status));

@@ -12,7 +12,7 @@ class DebugPlugin : public Plugin {
  public:
   DebugPlugin(const DebugEntry& entry, BarrierRegistry& barriers);
 
-  /// Runs the command through the shell, system(3), and waits for it. A command that fails is a
+  /// Runs the command through the shell and waits for it. A command that fails is a
   /// line in the log, never a failure of the plugin.
   void start() override;
   bool supportsApplyHostProfile() const override { return false; }

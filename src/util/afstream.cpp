@@ -1,7 +1,9 @@
 #include "util/afstream.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <array>
@@ -9,10 +11,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ext/stdio_filebuf.h>
 #include <memory>
+#include <optional>
+#include <utility>
 
 #include "util/regular_file.h"
 #include "util/system_error.h"
+#include "util/trust.h"
 #include "util/unique_fd.h"
 
 namespace bootforge {
@@ -38,21 +44,42 @@ std::unique_ptr<char, decltype(&std::free)> makePattern(const char* destination)
   return pattern;
 }
 
-std::string folderOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
+/// What there is to be known of a file before it is replaced.
+struct OldFile {
+  int error = 0;               // of stat(2); ENOENT when there is none
+  std::optional<mode_t> mode;  // the permission bits that the new file is to have
+};
+
+OldFile lookAt(const std::string& path) {
+  constexpr mode_t kWithoutSetId = 01777;
+  struct stat file {};
+  struct stat link {};
+  OldFile old;
+  if (::stat(path.c_str(), &file) != 0) {
+    old.error = errno;
+  } else if (isOurs(file) && ::lstat(path.c_str(), &link) == 0 && isOurs(link)) {
+    // What others have put there does not say who may read and write the new file.
+    old.mode = file.st_mode & kWithoutSetId;
+  }
+  return old;
 }
 
-/// Opens a file or a folder for sync().
-UniqueFd openToSync(const std::string& path) {
-  // Neither a FIFO that somebody put there nor a terminal may hold us up.
-  return UniqueFd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+/// Brings a file or a folder to the disk; returns 0 or an errno value. Where a file system has no
+/// such thing, there is nothing to be told.
+int sync(const UniqueFd& file) {
+  if (retryInterrupted([&] { return ::fsync(file.get()); }) == 0 || errno == EINVAL) return 0;
+  return errno;
 }
 
-/// Brings a file or a folder to the disk.
-bool sync(const UniqueFd& file) {
-  return file && retryInterrupted([&] { return ::fsync(file.get()); }) == 0;
+int syncFolder(const std::string& path) {
+  const UniqueFd folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return folder ? sync(folder) : errno;
+}
+
+bool isOnFat(const UniqueFd& file) {
+  struct statfs volume {};
+  return ::fstatfs(file.get(), &volume) == 0 &&
+         (volume.f_type == MSDOS_SUPER_MAGIC || volume.f_type == EXFAT_SUPER_MAGIC);
 }
 
 }  // namespace
@@ -62,53 +89,72 @@ afstream::~afstream() { discard(); }
 void afstream::discard() {
   if (temporaryPath_.empty()) return;
   if (is_open()) rdbuf()->close();
+  file_.reset();
   ::unlink(temporaryPath_.c_str());
   temporaryPath_.clear();
   destinationPath_.clear();
+  syncError_ = 0;
 }
 
 void afstream::open(const char* destination, std::ios_base::openmode mode) {
   discard();
   const auto path = makePattern(destination);
-  const int file = ::mkostemp(path.get(), O_CLOEXEC);
-  int error = errno;
-  if (file < 0) {
+  file_.reset(::mkostemp(path.get(), O_CLOEXEC));
+  if (!file_) {
+    const int error = errno;
     throw systemFailure(
         std::string("unable to create temporary file to write '") + destination + "': ", error);
   }
-  // A file buffer cannot take over a descriptor, so it opens the file once more, by its name.
-  ::close(file);
   temporaryPath_ = path.get();
   destinationPath_ = destination;
-  errno = 0;
-  std::ofstream::open(temporaryPath_, mode | std::ios_base::out);
-  error = errno;
-  if (!good()) throw systemFailure("failed to create temp file: ", error);
+  openStream(mode | std::ios_base::out);
+}
+
+/// Opens the stream on the file itself: its name may be another's by now.
+void afstream::openStream(std::ios_base::openmode mode) {
+  UniqueFd file(::fcntl(file_.get(), F_DUPFD_CLOEXEC, 0));
+  int error = errno;
+  if (file) {
+    errno = EINVAL;  // a mode that does not make sense is refused without a reason
+    __gnu_cxx::stdio_filebuf<char> buffer(file.get(), mode);
+    error = errno;
+    if (buffer.is_open()) {
+      file.release();
+      static_cast<std::filebuf&>(*rdbuf()) = std::move(buffer);
+      clear();
+      return;
+    }
+  }
+  setstate(failbit);
+  throw systemFailure("failed to create temp file: ", error);
 }
 
 void afstream::commit() {
-  if (temporaryPath_.empty() || destinationPath_.empty()) {
-    throw FileError("commit invoked on an unknown destination", EINVAL);
-  }
+  if (temporaryPath_.empty()) throw FileError("commit invoked on an unknown destination", EINVAL);
   flush();
+  syncError_ = sync(file_);
   if (rdbuf()->close() == nullptr) setstate(failbit);
-  const UniqueFd file = openToSync(temporaryPath_);
-  if (!sync(file)) setstate(failbit);
 
-  struct stat old {};
-  errno = 0;
-  const int statError = ::stat(destinationPath_.c_str(), &old) == 0 ? 0 : errno;
+  const OldFile old = lookAt(destinationPath_);
+  if (syncError_ != 0 && old.error != ENOENT) {
+    throw systemFailure("unable to sync the new '" + destinationPath_ + "': ", syncError_);
+  }
   replaceDestination();
-  // The old permission bits are unknown when the old file could not be looked at.
-  int error = statError == ENOENT ? 0 : statError;
-  if (statError == 0 && ::chmod(destinationPath_.c_str(), old.st_mode & 07777) != 0) error = errno;
-  // The file once more: on a FAT volume, what was moved is an empty file until then.
-  if (!sync(file)) setstate(failbit);
-  if (!sync(openToSync(folderOf(destinationPath_)))) setstate(failbit);
+  // The permission bits are unknown when the old file could not be looked at.
+  int error = old.error == ENOENT ? 0 : old.error;
+  if (old.mode && ::fchmod(file_.get(), *old.mode) != 0) error = errno;
+  syncMoved();
   if (error != 0) {
     throw systemFailure("failed to restore file permissions, file permissions may be incorrect: ",
                         error);
   }
+}
+
+void afstream::syncMoved() {
+  // On a FAT volume, what was moved is an empty file until it is synced once more.
+  if (syncError_ == 0 && isOnFat(file_)) syncError_ = sync(file_);
+  if (syncError_ == 0) syncError_ = syncFolder(folderOf(destinationPath_));
+  if (syncError_ != 0) setstate(failbit);
 }
 
 void afstream::replaceDestination() {
@@ -116,6 +162,20 @@ void afstream::replaceDestination() {
   const int error = errno;
   throw systemFailure("unable to rename '" + temporaryPath_ + "' to '" + destinationPath_ + "': ",
                       error);
+}
+
+void writeAndCommit(afstream& file, const std::string& content) {
+  const std::string destination = "'" + file.destination() + "'";
+  errno = 0;
+  file.write(content.data(), static_cast<std::streamsize>(content.size()));
+  file.flush();
+  int error = errno;
+  if (!file) throw systemFailure("unable to write " + destination + ": ", error);
+  file.commit();
+  error = file.syncError();
+  if (error != 0) {
+    throw systemFailure(destination + " is replaced, but may not survive a power cut: ", error);
+  }
 }
 
 void copyFileInto(const char* source, afstream& target) {

@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "util/unique_fd.h"
+
 namespace bootforge {
 
 /// What afstream throws.
@@ -24,7 +26,8 @@ class FileError : public std::runtime_error {
 /// destination the last to commit wins.
 ///
 /// A full disk shows in the state of the stream alone, as with any file stream; commit() does not
-/// look at it. Flush and test the stream first, or a good file is replaced by a short one.
+/// look at it. Flush and test the stream first, or a good file is replaced by a short one;
+/// writeAndCommit() does.
 ///
 /// For one thread.
 class afstream : public std::ofstream {
@@ -41,23 +44,39 @@ class afstream : public std::ofstream {
   /// FileError; the stream is unusable then.
   void open(const char* destination, std::ios_base::openmode mode);
 
-  /// Closes the stream and moves the temporary file into the destination's place, where it gets the
-  /// permission bits of the file that it replaces; a new file keeps mode 0600. Throws FileError
-  /// when there is no destination, when the file could not be moved, and when it was moved but may
-  /// not have the right permission bits.
+  /// Closes the stream and moves the temporary file into the destination's place. It gets the
+  /// permission bits of the file that it replaces, but for the set-id bits, and only where that
+  /// file (and the link to it, if it is one) belongs to root or to us; otherwise it keeps mode
+  /// 0600. Throws FileError when there is no destination, when the file could not be moved, and
+  /// when it was moved but may not have the right permission bits.
   ///
-  /// The file is synced before the move, and again with its folder after it, so that the new
-  /// content survives a power cut on any file system. A sync that fails sets the failbit, as does a
-  /// failing close; neither throws.
+  /// The file is synced before the move, and its folder after it, so that the new content survives
+  /// a power cut. Where the first sync fails and there is an old file, the old one stays and
+  /// FileError is thrown. Any other failing sync sets the failbit and syncError(), a failing close
+  /// the failbit; neither throws.
   void commit();
+
+  /// The errno of the sync that failed in a commit() which moved the file; 0 when none did.
+  int syncError() const { return syncError_; }
+
+  /// What commit() replaces; empty until a successful open().
+  const std::string& destination() const { return destinationPath_; }
 
  private:
   void discard();
+  void openStream(std::ios_base::openmode mode);
   void replaceDestination();
+  void syncMoved();
 
-  std::string temporaryPath_;    // empty until a successful open
-  std::string destinationPath_;  // likewise
+  UniqueFd file_;  // the temporary file; the stream has a descriptor of its own
+  std::string temporaryPath_;
+  std::string destinationPath_;
+  int syncError_ = 0;
 };
+
+/// Writes all of `content` and commits. Throws FileError when that fails, the destination is then
+/// as it was, and when the new content is in place but may not survive a power cut.
+void writeAndCommit(afstream& file, const std::string& content);
 
 /// Writes the whole content of a regular file into the stream. Throws FileError: when `source`
 /// cannot be opened (the stream is left as it was), and when reading or writing failed (the stream

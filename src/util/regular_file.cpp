@@ -25,8 +25,14 @@ UniqueFd openWithSize(const char* path, off_t* size) {
   return file;
 }
 
+std::nullopt_t tooLarge() {
+  errno = EFBIG;
+  return std::nullopt;
+}
+
 /// Reads to the end, which is also where the size, if it is known, says.
 std::optional<std::string> readFrom(const UniqueFd& file, std::optional<std::size_t> size) {
+  if (size > kReadLimit) return tooLarge();
   std::string content;
   // One byte more than expected, so that a file that has grown shows by a full buffer.
   content.resize(size.value_or(4095) + 1);
@@ -36,6 +42,7 @@ std::optional<std::string> readFrom(const UniqueFd& file, std::optional<std::siz
         [&] { return ::read(file.get(), content.data() + used, content.size() - used); });
     if (count < 0) return std::nullopt;
     used += static_cast<std::size_t>(count);
+    if (used > kReadLimit) return tooLarge();
     if (count == 0 || used == size) break;
     if (used == content.size()) content.resize(content.size() * 2);
   }

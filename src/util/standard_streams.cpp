@@ -1,13 +1,17 @@
 #include "util/standard_streams.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
+#include <string_view>
 
 #include "platform/log.h"
 #include "util/system_error.h"
+#include "util/trust.h"
 #include "util/unique_fd.h"
 
 namespace bootforge {
@@ -17,6 +21,37 @@ constexpr const char* kNullDevice = "/dev/null";
 
 bool duplicateOnto(const UniqueFd& file, int stream) {
   return retryInterrupted([&] { return ::dup2(file.get(), stream); }) == stream;
+}
+
+/// Opens a file to append to. A link in its place is followed only where nobody but us can have put
+/// it there: it might lead to any other file.
+UniqueFd openToAppend(const char* path) {
+  // O_NONBLOCK: opening a FIFO without a reader would wait. Its later writers shall wait again.
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+  UniqueFd file(::open(path, kFlags | O_NOFOLLOW, 0644));
+  if (!file && errno == ELOOP && isTrustedLink(path)) file.reset(::open(path, kFlags, 0644));
+  if (file) ::fcntl(file.get(), F_SETFL, O_APPEND);
+  return file;
+}
+
+/// Closes the descriptors from `first` on that /proc lists; false when it cannot be read.
+bool closeListedDescriptors(int first) {
+  const UniqueFd folder(::open("/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder) return false;
+  // The kernel's own call: readdir(3) allocates.
+  alignas(dirent64) char entries[4096];
+  for (;;) {
+    const long size = ::syscall(SYS_getdents64, folder.get(), entries, sizeof entries);
+    if (size <= 0) return size == 0;
+    for (long at = 0; at < size;) {
+      const auto* const entry = reinterpret_cast<const dirent64*>(entries + at);
+      const std::string_view name(entry->d_name);
+      int fd = -1;
+      std::from_chars(name.data(), name.data() + name.size(), fd);
+      if (fd >= first && fd != folder.get()) ::close(fd);
+      at += entry->d_reclen;
+    }
+  }
 }
 
 }  // namespace
@@ -30,14 +65,11 @@ void redirectStandardStreams(const char* path) {
   }
   null.reset();
 
-  // O_NONBLOCK: opening a FIFO without a reader would wait. Its later writers shall wait again.
-  constexpr int kFlags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY;
-  const UniqueFd log(::open(path, kFlags | O_NONBLOCK, 0644));
+  const UniqueFd log = openToAppend(path);
   if (!log) {
     Warning("Failed opening log file %s", path);
     return;
   }
-  ::fcntl(log.get(), F_SETFL, O_APPEND);
   if (!duplicateOnto(log, STDOUT_FILENO)) Warning("Failed redirecting stdout to %s", path);
   if (!duplicateOnto(log, STDERR_FILENO)) Warning("Failed redirecting stderr to %s", path);
 }
@@ -52,10 +84,11 @@ void openMissingStandardStreams() {
 }
 
 void closeOtherDescriptors() {
-  constexpr unsigned kFirst = STDERR_FILENO + 1;
+  constexpr int kFirst = STDERR_FILENO + 1;
 #ifdef SYS_close_range
   if (::syscall(SYS_close_range, kFirst, ~0U, 0) == 0) return;
 #endif
+  if (closeListedDescriptors(kFirst)) return;
   const long limit = ::sysconf(_SC_OPEN_MAX);
   for (int fd = kFirst; fd < limit; ++fd) ::close(fd);
 }

@@ -8,7 +8,10 @@
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/types.h>
+#include <sys/vfs.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -17,6 +20,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
 #include <new>
 #include <utility>
@@ -55,15 +59,20 @@ enum Call : std::size_t {
   kPoll,
   kSpawnActionsInit,
   kSpawnActionsAddDup2,
+  kSpawn,
+  kPipe,
+  kFlock,
+  kGetsockopt,
   kCalls
 };
 
 constexpr std::string_view kNames[] = {
-    "socket",         "connect",  "bind",    "listen", "accept",     "recv",
-    "send",           "fork",     "waitpid", "daemon", "rename",     "chmod",
-    "stat",           "mkstemp",  "fsync",   "read",   "close",      "pthread_cond_init",
-    "pthread_create", "dup2",     "open",    "kill",   "chdir",      "setsid",
-    "calloc",         "snprintf", "signal",  "poll",   "spawn_init", "spawn_dup2"};
+    "socket",         "connect",  "bind",    "listen",    "accept",     "recv",
+    "send",           "fork",     "waitpid", "daemon",    "rename",     "chmod",
+    "stat",           "mkstemp",  "fsync",   "read",      "close",      "pthread_cond_init",
+    "pthread_create", "dup2",     "open",    "kill",      "chdir",      "setsid",
+    "calloc",         "snprintf", "signal",  "poll",      "spawn_init", "spawn_dup2",
+    "posix_spawn",    "pipe",     "flock",   "getsockopt"};
 static_assert(std::size(kNames) == kCalls);
 
 /// One call's plan and counts.
@@ -128,6 +137,9 @@ bool takeOne(std::atomic<int>& counter) {
 }
 
 std::atomic<bool> pollsHaveNoLimit = false;
+std::atomic<int> endsHidden = 0;
+std::atomic<long> fileSystem = 0;
+std::atomic<int> receiveLimit = 0;
 
 /// The error with which this call is to fail, or 0.
 int errorFor(Call call) {
@@ -189,9 +201,15 @@ int callCount(std::string_view call, Where where) {
 }
 
 void pollWithoutLimit() { pollsHaveNoLimit = true; }
+void hideEnds(int looks) { endsHidden = looks; }
+void reportFileSystem(long type) { fileSystem = type; }
+void receiveWithin(int milliseconds) { receiveLimit = milliseconds; }
 
 void resetFaults() {
   pollsHaveNoLimit = false;
+  endsHidden = 0;
+  fileSystem = 0;
+  receiveLimit = 0;
   for (std::size_t call = 0; call < kCalls; ++call) {
     actionArmed[call] = false;
     Plan& plan = plans.load()[call];
@@ -258,6 +276,7 @@ pid_t __wrap_fork() {
 
 pid_t __real_waitpid(pid_t, int*, int);
 pid_t __wrap_waitpid(pid_t process, int* status, int options) {
+  if ((options & WNOHANG) != 0 && takeOne(endsHidden)) return 0;
   return perform(kWaitpid, pid_t{-1}, [&] { return __real_waitpid(process, status, options); });
 }
 
@@ -274,6 +293,11 @@ int __wrap_rename(const char* from, const char* to) {
 int __real_chmod(const char*, mode_t);
 int __wrap_chmod(const char* path, mode_t mode) {
   return perform(kChmod, -1, [&] { return __real_chmod(path, mode); });
+}
+
+int __real_fchmod(int, mode_t);
+int __wrap_fchmod(int fd, mode_t mode) {
+  return perform(kChmod, -1, [&] { return __real_fchmod(fd, mode); });
 }
 
 int __real_stat(const char*, struct stat*);
@@ -398,6 +422,51 @@ int __real_posix_spawn_file_actions_adddup2(posix_spawn_file_actions_t*, int, in
 int __wrap_posix_spawn_file_actions_adddup2(posix_spawn_file_actions_t* actions, int from, int to) {
   if (const int error = errorFor(kSpawnActionsAddDup2); error != 0) return error;
   return __real_posix_spawn_file_actions_adddup2(actions, from, to);
+}
+
+int __real_posix_spawn(pid_t*, const char*, const posix_spawn_file_actions_t*,
+                       const posix_spawnattr_t*, char* const*, char* const*);
+int __wrap_posix_spawn(pid_t* child, const char* path, const posix_spawn_file_actions_t* actions,
+                       const posix_spawnattr_t* attributes, char* const* arguments,
+                       char* const* environment) {
+  if (const int error = errorFor(kSpawn); error != 0) return error;
+  return __real_posix_spawn(child, path, actions, attributes, arguments, environment);
+}
+
+int __real_pipe2(int*, int);
+int __wrap_pipe2(int* ends, int flags) {
+  return perform(kPipe, -1, [&] { return __real_pipe2(ends, flags); });
+}
+
+int __real_flock(int, int);
+int __wrap_flock(int fd, int operation) {
+  return perform(kFlock, -1, [&] { return __real_flock(fd, operation); });
+}
+
+int __real_getsockopt(int, int, int, void*, socklen_t*);
+int __wrap_getsockopt(int fd, int level, int option, void* value, socklen_t* size) {
+  return perform(kGetsockopt, -1,
+                 [&] { return __real_getsockopt(fd, level, option, value, size); });
+}
+
+int __real_setsockopt(int, int, int, const void*, socklen_t);
+int __wrap_setsockopt(int fd, int level, int option, const void* value, socklen_t size) {
+  timeval limit{};
+  if (option == SO_RCVTIMEO && receiveLimit > 0) {
+    // As much shorter as the test wants ten seconds to be.
+    std::memcpy(&limit, value, sizeof limit);
+    const long microseconds = limit.tv_sec * 100 * receiveLimit;
+    limit = {microseconds / 1'000'000, microseconds % 1'000'000};
+    value = &limit;
+  }
+  return __real_setsockopt(fd, level, option, value, size);
+}
+
+int __real_fstatfs(int, struct statfs*);
+int __wrap_fstatfs(int fd, struct statfs* volume) {
+  const int result = __real_fstatfs(fd, volume);
+  if (result == 0 && fileSystem != 0) volume->f_type = fileSystem;
+  return result;
 }
 
 int __real_sigaction(int, const struct sigaction*, struct sigaction*);

@@ -21,11 +21,11 @@ struct Fault {
 };
 
 /// Makes coming calls fail; replaces what was armed for the call. Known calls: socket, connect,
-/// bind, listen, accept (also accept4), recv, send, fork, waitpid, daemon, rename, chmod, stat,
-/// mkstemp (also mkostemp), fsync, read, close, pthread_cond_init, pthread_create, dup2, open,
-/// kill, chdir, setsid, calloc, snprintf, signal (also sigaction), poll, spawn_init
-/// and spawn_dup2 (of posix_spawn_file_actions). Any other name aborts. A failing close closes all
-/// the same.
+/// bind, listen, accept (also accept4), recv, send, fork, waitpid, daemon, rename, chmod (also
+/// fchmod), stat, mkstemp (also mkostemp), fsync, read, close, pthread_cond_init, pthread_create,
+/// dup2, open, kill, chdir, setsid, calloc, snprintf, signal (also sigaction), poll, posix_spawn,
+/// spawn_init and spawn_dup2 (of posix_spawn_file_actions), pipe (pipe2), flock, getsockopt. Any
+/// other name aborts. A failing close closes all the same.
 void failCall(std::string_view call, Fault fault);
 
 /// Runs `action` once, in this process, right after the next call of that name that succeeds.
@@ -34,11 +34,22 @@ void afterCall(std::string_view call, std::function<void()> action);
 /// Makes every coming poll(2) wait without limit, so that only an event ends it.
 void pollWithoutLimit();
 
+/// Makes the next so many looks at a child, waitpid(2) with WNOHANG, find it running, as they do
+/// while a tracer has a child that has ended.
+void hideEnds(int looks);
+
+/// Makes every file seem to be on a file system of that type, statfs(2).
+void reportFileSystem(long type);
+
+/// Makes a limit of 10 s for receiving on a socket this long, and others in proportion. For this
+/// process and those that it forks from now on.
+void receiveWithin(int milliseconds);
+
 /// How often the call was made since the last resetFaults(), failed ones included.
 int callCount(std::string_view call, Where where = Where::kEverywhere);
 
-/// Disarms everything, gives poll its limits back and puts all counts to 0. The calling process
-/// becomes the one that counts as "this" until something is armed elsewhere.
+/// Disarms everything, gives the host its own ways back and puts all counts to 0. The calling
+/// process becomes the one that counts as "this" until something is armed elsewhere.
 void resetFaults();
 
 }  // namespace bootforge::doubles

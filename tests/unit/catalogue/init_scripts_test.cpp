@@ -7,13 +7,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <string>
 #include <utility>
 
 #include "tests/double/faults.h"
 #include "tests/double/recorder.h"
 #include "tests/support/scratch_root.h"
-#include "tests/unit/catalogue/stdio_faults.h"
 #include "util/exception.h"
 
 namespace bootforge {
@@ -30,6 +30,7 @@ class InitScriptList : public testing::Test {
     doubles::resetFaults();
   }
   ~InitScriptList() override {
+    doubles::resetFaults();
     EXPECT_THAT(doubles::records(), IsEmpty());
     EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "the tool was not waited for";
     EXPECT_EQ(errno, ECHILD);
@@ -121,7 +122,9 @@ TEST_F(InitScriptList, WithoutTheToolThereAreNoScripts) {
 
 TEST_F(InitScriptList, APipeThatCannotBeHadGivesNoScripts) {
   install("/a 7\n");
-  test::failNextPopen();
+  doubles::failCall("pipe", {EMFILE});
+  EXPECT_THAT(enumerateInitScripts(), IsEmpty());
+  doubles::failCall("posix_spawn", {EAGAIN});
   EXPECT_THAT(enumerateInitScripts(), IsEmpty());
 }
 
@@ -137,7 +140,7 @@ TEST_F(InitScriptList, APipeInThePlaceOfStandardInputIsClosedAndNotRead) {
 
 TEST_F(InitScriptList, AReadThatFailsIsAFailure) {
   install("/a 7\n/b 8\n");
-  test::failGetlineAfter(0);
+  doubles::failCall("read", {EIO});
   EXPECT_EQ(failure(), "Failed obtaining list of init.d scripts");
 }
 
@@ -145,8 +148,22 @@ TEST_F(InitScriptList, AReadThatFailsLaterIsAFailureToo) {
   std::string list;
   for (int i = 0; i < 20000; ++i) list += "/etc/init.d/service" + std::to_string(i) + " 5\n";
   install(list);
-  test::failGetlineAfter(300);
+  doubles::failCall("read", {.error = EIO, .skip = 5});
   EXPECT_EQ(failure(), "Failed obtaining list of init.d scripts");
+}
+
+TEST_F(InitScriptList, AListWithoutEndIsAFailureAndItsWriterEnds) {
+  test::writeFile("/bin/chkconfig", "#!/bin/sh\nyes /etc/init.d/a 7\n", 0755);
+  ::signal(SIGPIPE, SIG_IGN);
+  EXPECT_EQ(failure(), "Failed obtaining list of init.d scripts");
+  ::signal(SIGPIPE, SIG_DFL);
+}
+
+TEST_F(InitScriptList, TheToolDiesOfABrokenPipeAgain) {
+  ::signal(SIGPIPE, SIG_IGN);
+  test::writeFile("/bin/chkconfig", "#!/bin/sh\nyes /etc/init.d/a 7 | head -n 1\n", 0755);
+  EXPECT_THAT(enumerateInitScripts(), ElementsAre(Pair(7, "/etc/init.d/a")));
+  ::signal(SIGPIPE, SIG_DFL);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Reading the record of run-once plugins.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,8 +14,10 @@
 #include "catalogue/run_once_record.h"
 #include "tests/double/faults.h"
 #include "tests/double/recorder.h"
+#include "tests/support/own_process.h"
 #include "tests/support/scratch_root.h"
 #include "tests/unit/catalogue/gzip.h"
+#include "util/regular_file.h"
 
 namespace bootforge {
 namespace {
@@ -159,6 +162,36 @@ TEST_F(RunOnceLoad, ALargeRecordIsReadWhole) {
 TEST_F(RunOnceLoad, AKeyOfMegabytesIsReadWhole) {
   const std::string key(5'000'000, 'x');
   EXPECT_EQ(loadContent("bootforge.run-once=a," + key + ",b,\n"), (Keys{"a", "b", key}));
+}
+
+TEST_F(RunOnceLoad, ARecordThatUnpacksToMoreThanTheLimitLoadsNothing) {
+  const std::string content = "bootforge.run-once=a,";
+  const std::string rest(kReadLimit - content.size(), 'x');
+  EXPECT_EQ(loadContent(content + rest).size(), 2U);
+  EXPECT_THAT(loadContent(content + rest + 'x'), IsEmpty());
+}
+
+// Some 100 kB on the disk, 100 MB in memory: most of it must never be unpacked.
+TEST_F(RunOnceLoad, ARecordThatWouldFillTheMemoryCostsLittle) {
+  const std::string bomb = gzipped("bootforge.run-once=a," + std::string(100'000'000, 'x'));
+  ASSERT_LT(bomb.size(), 200'000U);
+  writeFile(kRecordPath, bomb);
+  test::inChild([] {
+    rusage before{};
+    ::getrusage(RUSAGE_SELF, &before);
+    EXPECT_THAT(load(), IsEmpty());
+    rusage after{};
+    ::getrusage(RUSAGE_SELF, &after);
+    // The child starts with the peak of the test that forked it, which has made the bomb.
+    EXPECT_LE(after.ru_minflt - before.ru_minflt, 64 * 1024 * 1024 / ::sysconf(_SC_PAGESIZE));
+  });
+}
+
+TEST_F(RunOnceLoad, ALargeFileInItsPlaceIsNotRead) {
+  writeFile(kRecordPath, gzipped("bootforge.run-once=a,"));
+  ASSERT_EQ(::truncate(kRecordPath, 500'000'000), 0);
+  EXPECT_THAT(load(), IsEmpty());
+  EXPECT_EQ(doubles::callCount("read"), 0);
 }
 
 TEST_F(RunOnceLoad, NoDescriptorIsLeftOpen) {

@@ -3,10 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 
 #include "cli/hypcli_executor.h"
@@ -72,6 +74,36 @@ TEST_F(Connect, AFailingConnectIsLoggedWhenAsked) {
   EXPECT_EQ(errno, ENOENT);
   EXPECT_THAT(logRecords(),
               ElementsAre(logLine(2, "Failed connecting to executor No such file or directory\n")));
+}
+
+TEST_F(Connect, AnExecutorOfAnotherUserIsNoExecutor) {
+  constexpr uid_t kSomebody = 54321;
+  const UniqueFd stranger(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strcpy(address.sun_path, kSocketPath);
+  ASSERT_EQ(::bind(stranger.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  const uid_t ours = ::geteuid();
+  // Whoever calls listen(2) is the peer of those who connect.
+  if (::seteuid(kSomebody) != 0) GTEST_SKIP() << "there is no other user here";
+  const int listening = ::listen(stranger.get(), 1);
+  ASSERT_EQ(::seteuid(ours), 0);
+  ASSERT_EQ(listening, 0);
+  EXPECT_FALSE(client().connectToExecutor(true));
+  EXPECT_EQ(errno, EPERM);
+  EXPECT_THAT(logRecords(), ElementsAre(logLine(2,
+                                                "Failed connecting to executor Operation not "
+                                                "permitted\n")));
+}
+
+TEST_F(Connect, AnExecutorThatCannotBeLookedAtIsNoExecutor) {
+  const FakeExecutor executor({hangUp});
+  failCall("getsockopt", {.error = ENOBUFS});
+  EXPECT_FALSE(client().connectToExecutor(true));
+  EXPECT_EQ(errno, ENOBUFS);
+  EXPECT_THAT(logRecords(), ElementsAre(logLine(2,
+                                                "Failed connecting to executor No buffer space "
+                                                "available\n")));
 }
 
 TEST_F(Connect, AnInterruptedConnectIsRepeated) {

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "cli/control_socket.h"
 #include "cli/hypcli_executor.h"
 #include "tests/double/faults.h"
 #include "tests/double/script.h"
@@ -204,6 +205,49 @@ TEST_F(Server, AFailingReceiveIsLoggedAndTheConnectionClosed) {
   EXPECT_EQ(statusOf("after"), 0);
 }
 
+TEST_F(Server, AClientThatSaysNothingIsNotWaitedForForEver) {
+  static_assert(kRequestSeconds == 10);
+  doubles::receiveWithin(50);
+  startExecutor();
+  RawClient silent;
+  EXPECT_TRUE(silent.ended());
+  EXPECT_EQ(statusOf("a"), 0);
+  EXPECT_THAT(logRecords(),
+              ElementsAre(kResetRequested, kPolling,
+                          logLine(3,
+                                  "Failed to read message from socket - Resource temporarily "
+                                  "unavailable\n\n")));
+  EXPECT_THAT(executed(), ElementsAre("a"));
+}
+
+TEST_F(Server, AClientOfAnotherUserIsRefused) {
+  constexpr uid_t kSomebody = 54321;
+  startExecutor();
+  ASSERT_EQ(::chmod(kSocketPath, 0777), 0);
+  const uid_t ours = ::geteuid();
+  if (::seteuid(kSomebody) != 0) GTEST_SKIP() << "there is no other user here";
+  RawClient stranger;
+  ASSERT_EQ(::seteuid(ours), 0);
+  stranger.send("stop");
+  EXPECT_TRUE(stranger.ended());
+  EXPECT_EQ(statusOf("a"), 0);
+  EXPECT_THAT(logRecords(),
+              ElementsAre(kResetRequested, kPolling,
+                          logLine(3,
+                                  "Refused a connection on the control socket - Operation not "
+                                  "permitted\n")));
+}
+
+TEST_F(Server, AClientThatCannotBeLookedAtIsRefused) {
+  startExecutor();
+  failCall("getsockopt", {.error = ENOBUFS, .where = kInTheExecutor});
+  RawClient client;
+  EXPECT_TRUE(client.ended());
+  EXPECT_EQ(statusOf("a"), 0);
+  EXPECT_EQ(logRecords().back(),
+            logLine(3, "Refused a connection on the control socket - No buffer space available\n"));
+}
+
 TEST_F(Server, AFailingSendIsLoggedAndTheConnectionClosed) {
   startExecutor();
   failCall("send", {.error = ENOBUFS, .where = kInTheExecutor});
@@ -361,6 +405,29 @@ TEST_F(ExecutorProcess, SurvivesTheEndOfItsClientsPipe) {
   ::signal(SIGPIPE, SIG_IGN);  // as the executor object set it for this process when it was made
   startExecutor();
   EXPECT_EQ(statusOf("signal"), 0);
+}
+
+TEST_F(ExecutorProcess, HasNoSignalBlockedAndOnlyABrokenPipeIgnored) {
+  script().commands["look"] = [](const auto&, auto& output) {
+    sigset_t mask;
+    ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    for (const int number : {SIGHUP, SIGINT, SIGTERM, SIGUSR1}) {
+      struct sigaction action {};
+      ::sigaction(number, nullptr, &action);
+      if (action.sa_handler != SIG_DFL || sigismember(&mask, number) != 0) {
+        output.AddError("signal " + std::to_string(number));
+      }
+    }
+  };
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  ::pthread_sigmask(SIG_SETMASK, &all, &before);
+  ::signal(SIGHUP, SIG_IGN);
+  startExecutor();
+  ::signal(SIGHUP, SIG_DFL);
+  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  EXPECT_EQ(statusOf("look"), 0);
 }
 
 TEST_F(ExecutorProcess, OpensNoFurtherDescriptorPerCommand) {

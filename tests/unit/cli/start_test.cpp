@@ -2,15 +2,19 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <thread>
 
 #include "cli/hypcli_executor.h"
 #include "tests/double/faults.h"
@@ -244,6 +248,108 @@ TEST_F(Start, AStaleSocketStaysWhenItCannotBeProbed) {
   bindSocket(SOCK_STREAM).reset();
   failCall("socket", {.error = EMFILE, .skip = 1, .where = Where::kOtherProcesses});
   expectBindFailure();
+}
+
+constexpr const char* kLock = "/var/run/nimbus/bootforgeExecutor.lock";
+
+TEST_F(Start, WaitsForARunWhoseSocketIsBoundAndDoesNotListenYet) {
+  const UniqueFd lock(::open(kLock, O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
+  const UniqueFd listener = bindSocket(SOCK_STREAM);
+  std::atomic<bool> over = false;
+  std::thread other([&] {
+    while (callCount("flock") < 2 && !over) std::this_thread::yield();
+    ::listen(listener.get(), 1);
+    ::flock(lock.get(), LOCK_UN);
+  });
+  HypcliExecutor::instance().start();
+  over = true;
+  other.join();
+  EXPECT_THAT(logRecords(), IsEmpty());
+  EXPECT_EQ(callCount("fork"), 0);
+  EXPECT_TRUE(test::exists(kSocketPath));
+}
+
+TEST_F(Start, RunsThatStartAtOnceMakeOneExecutor) {
+  constexpr int kRuns = 6;
+  int gate[2];
+  ASSERT_EQ(::pipe2(gate, O_CLOEXEC), 0);
+  const UniqueFd closed(gate[0]);
+  UniqueFd open(gate[1]);
+  for (int run = 0; run < kRuns; ++run) {
+    if (::fork() != 0) continue;
+    open.reset();
+    char byte;
+    [[maybe_unused]] const ssize_t count = ::read(closed.get(), &byte, 1);
+    try {
+      HypcliExecutor::instance().start();
+    } catch (...) {
+      ::_exit(1);
+    }
+    ::_exit(0);
+  }
+  open.reset();
+  for (int run = 0; run < kRuns; ++run) {
+    int status = -1;
+    EXPECT_GT(::waitpid(-1, &status, 0), 0);
+    EXPECT_EQ(status, 0);
+  }
+  EXPECT_TRUE(doubles::waitForRecord(kPolling));
+  EXPECT_TRUE(doubles::waitForRecord(kStatusNotSent, kRuns - 1)) << "a look for the executor each";
+  const std::vector<doubles::Record> all = logRecords();
+  EXPECT_EQ(std::count(all.begin(), all.end(), kResetRequested), 1);
+  EXPECT_EQ(std::count(all.begin(), all.end(), kPolling), 1);
+}
+
+TEST_F(Start, HoldsItsLockUntilTheExecutorListens) {
+  int whileStarting = 0;
+  doubles::afterCall("waitpid", [&] {
+    const UniqueFd lock(::open(kLock, O_RDWR | O_CLOEXEC));
+    whileStarting = ::flock(lock.get(), LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
+  });
+  startExecutor();
+  EXPECT_EQ(whileStarting, EWOULDBLOCK);
+  const UniqueFd lock(::open(kLock, O_RDWR | O_CLOEXEC));
+  EXPECT_EQ(::flock(lock.get(), LOCK_EX | LOCK_NB), 0) << "the executor has it still";
+  struct stat status {};
+  ASSERT_EQ(::fstat(lock.get(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, mode_t{0600});
+}
+
+TEST_F(Start, WithoutALockTheExecutorIsStartedAllTheSame) {
+  std::filesystem::create_directory(kLock);
+  startExecutor();
+  EXPECT_THAT(logRecords(),
+              ElementsAre(logLine(3,
+                                  "Unable to lock /var/run/nimbus/bootforgeExecutor.lock: Is a "
+                                  "directory\n"),
+                          kResetRequested, kPolling));
+}
+
+TEST_F(Start, ALinkInThePlaceOfTheLockIsNotFollowed) {
+  std::filesystem::create_symlink("/etc/made", kLock);
+  startExecutor();
+  EXPECT_FALSE(test::exists("/etc/made"));
+  EXPECT_EQ(logRecords().front(),
+            logLine(3,
+                    "Unable to lock /var/run/nimbus/bootforgeExecutor.lock: Too many levels of "
+                    "symbolic links\n"));
+}
+
+TEST_F(Start, ALockThatTheSystemRefusesIsTold) {
+  failCall("flock", {.error = ENOLCK});
+  startExecutor();
+  EXPECT_EQ(logRecords().front(),
+            logLine(3,
+                    "Unable to lock /var/run/nimbus/bootforgeExecutor.lock: No locks "
+                    "available\n"));
+}
+
+TEST_F(Start, AnInterruptedLockIsRepeated) {
+  failCall("flock", {.error = EINTR, .times = 3});
+  startExecutor();
+  EXPECT_EQ(callCount("flock"), 4);
+  EXPECT_THAT(logRecords(), ElementsAre(kResetRequested, kPolling));
 }
 
 TEST_F(Start, OnlyTheOwnerCanConnectAndTheUmaskIsAsItWas) {

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <chrono>
 #include <cstring>
 #include <thread>
 
@@ -171,6 +172,21 @@ TEST_F(DaemonCommandTest, TheEndOfTheScriptEndsThePause) {
   runDaemonCommand(path);
   opener.join();
   EXPECT_EQ(doubles::callCount("poll"), 1);
+}
+
+// A tracer that has a child that has ended keeps it from us: its end can be seen, and no status
+// had.
+TEST_F(DaemonCommandTest, AnEndThatIsWithheldDoesNotBurnTheBudget) {
+  options_.daemonWait = true;
+  options_.daemonWaitTimeout = 2;
+  const std::string path = script("traced", "exit 0");
+  constexpr int kLooks = 50;
+  doubles::hideEnds(kLooks);
+  const auto before = std::chrono::steady_clock::now();
+  runDaemonCommand(path);
+  // One pause may have been cut short by the end of the script; the rest have their full length.
+  EXPECT_GE(std::chrono::steady_clock::now() - before,
+            std::chrono::milliseconds(10 * (kLooks - 2)));
 }
 
 TEST_F(DaemonCommandTest, ATimeoutOfNothingIsNoTimeout) {

@@ -248,6 +248,21 @@ TEST_F(InteractivePrompt, WaitsUntilAllListedPluginsHaveRun) {
 
 // --- the troubleshooting shell
 
+TEST_F(InteractivePrompt, TheShellHasNoSignalBlockedOrIgnored) {
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  ::pthread_sigmask(SIG_SETMASK, &all, &before);
+  const auto hangUp = std::signal(SIGHUP, SIG_IGN);
+  answer(
+      "tfor n in 1 2 10 12 13 14 15; do "
+      "sh -c \"kill -$n \\$\\$; exit 0\" 2>/dev/null; [ $? = 0 ] && echo $n; done > "
+      "/tmp/deaf\nexit\n");
+  std::signal(SIGHUP, hangUp);
+  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  EXPECT_EQ(readFile("/tmp/deaf"), "");
+}
+
 TEST_F(InteractivePrompt, AShellIsRunToItsEndBeforeThePluginIsActivated) {
   failCall("waitpid", {.error = EINTR, .times = 3});
   EXPECT_EQ(answer("techo $0 $# > /tmp/shell\nsleep 0.1; echo end >> /tmp/shell; exit 3\n"),

@@ -177,10 +177,21 @@ TEST_F(SyslogReload, AnUpgradeThatFailsIsTheUpgradesOwnMatter) {
   EXPECT_THAT(records(), IsEmpty());
 }
 
+TEST_F(SyslogReload, TheUpgradeDiesOfABrokenPipeAgain) {
+  writeOwnPid();
+  writeFile("/etc/syslog.conf", "");
+  writeFile(kUpgrade, "#!/bin/sh\n(yes; echo $? > /tmp/status) | head -n 1 > /dev/null\n", 0755);
+  std::signal(SIGPIPE, SIG_IGN);
+  reloadSyslogDaemon();
+  std::signal(SIGPIPE, SIG_DFL);
+  EXPECT_EQ(readFile("/tmp/status"), std::to_string(128 + SIGPIPE) + "\n");
+  EXPECT_EQ(reloads, 1);
+}
+
 TEST_F(SyslogReload, AnUpgradeThatCannotBeStartedIsTold) {
   writeOwnPid();
   writeFile("/etc/syslog.conf", "");
-  failSystem();
+  failCall("posix_spawn", {.error = EAGAIN});
   reloadSyslogDaemon();
   EXPECT_EQ(reloads, 1);
   EXPECT_THAT(records(), ElementsAre(logLine(2,

@@ -2,7 +2,6 @@
 #include <cerrno>
 #include <filesystem>
 
-#include "tests/unit/catalogue/stdio_faults.h"
 #include "tests/unit/main/program.h"
 
 namespace bootforge::test {
@@ -119,9 +118,8 @@ TEST_F(DaemonMode, ALogThatCannotBeWrittenIsNoFailedRun) {
 
 TEST_F(DaemonMode, AListThatCannotBeReadIsToldAndFails) {
   install({{"net", 10}});
-  failGetlineAfter(0);
+  failCall("read", {.error = EIO, .where = doubles::Where::kOtherProcesses});
   EXPECT_EQ(bootforge({"--daemon", "--method=start"}).status, 1);
-  failGetlineAfter(-1);
   EXPECT_THAT(events(), ElementsAre(logLine(2,
                                             "unhandled exception whilst enumerating plugins.\n"
                                             "Details:\n Failed obtaining list of init.d "

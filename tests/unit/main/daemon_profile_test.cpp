@@ -153,9 +153,10 @@ TEST_F(DaemonProfile, AFullDiskKeepsTheOldLog) {
     const FileSizeLimit limit(60);
     appendDaemonProfile(profile);
   }
-  EXPECT_THAT(records(), ElementsAre(logLine(3,
-                                             "unable to log daemon profiling information: "
-                                             "write failed: File too large.\n")));
+  EXPECT_THAT(records(),
+              ElementsAre(logLine(3,
+                                  "unable to log daemon profiling information: "
+                                  "unable to write '/var/log/sysboot.log': File too large.\n")));
   expectOldLog();
 }
 

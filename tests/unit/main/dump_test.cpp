@@ -1,5 +1,6 @@
 // The dependency tree instead of a run.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -82,6 +83,23 @@ class Dump : public ProgramTest {
 };
 
 constexpr const char* kBoth = "--plugin=net.json,web.json";
+
+// Nobody but us writes what we make, and an umask that is stricter counts.
+TEST_F(Dump, AnInheritedUmaskCountsOnTopOfOurs) {
+  const std::pair<mode_t, mode_t> modes[] = {{0, 0644}, {02, 0644}, {022, 0644}, {077, 0600}};
+  for (const auto& [inherited, mode] : modes) {
+    const Outcome outcome = inChild([inherited = inherited] {
+      ::umask(inherited);
+      return runInThisProcess({"--dump-dependency-tree=/tmp/tree"});
+    });
+    waitForProcesses();
+    EXPECT_EQ(outcome.status, 0);
+    struct stat status {};
+    ASSERT_EQ(::stat("/tmp/tree", &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, mode) << std::oct << inherited;
+    std::filesystem::remove("/tmp/tree");
+  }
+}
 
 TEST_F(Dump, WithoutAPathItGoesToStandardOutput) {
   const Outcome outcome = bootforge({"--dump-dependency-tree", kBoth});

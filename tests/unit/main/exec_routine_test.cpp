@@ -109,6 +109,22 @@ TEST_F(ExecRoutine, TheProgramDiesOfABrokenPipeAgain) {
   EXPECT_EQ(readFile("/tmp/status"), std::to_string(128 + SIGPIPE) + "\n");
 }
 
+TEST_F(ExecRoutine, TheProgramHasNoSignalBlockedOrIgnored) {
+  writeScript(
+      "for n in 1 2 10 12 13 14 15; do\n"
+      "  sh -c \"kill -$n \\$\\$; exit 0\" 2> /dev/null\n"
+      "  [ $? = 0 ] && echo $n\n"
+      "done > /tmp/deaf; true\n");
+  const Outcome outcome = run(kScript, {}, [] {
+    sigset_t all;
+    sigfillset(&all);
+    ::sigprocmask(SIG_SETMASK, &all, nullptr);
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM}) std::signal(signal, SIG_IGN);
+  });
+  EXPECT_EQ(outcome.status, kSucceeded);
+  EXPECT_EQ(readFile("/tmp/deaf"), "");
+}
+
 TEST_F(ExecRoutine, OnlyANormalEndWithStatusZeroIsASuccess) {
   for (const char* text : {"exit 3\n", "exit 1\n", "exit 255\n", "kill -9 $$\n", "kill -15 $$\n"}) {
     writeScript(text);

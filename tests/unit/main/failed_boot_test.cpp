@@ -129,10 +129,54 @@ TEST_F(FailedBoot, AFullDiskKeepsTheOldRecordAndTheOldLog) {
   EXPECT_EQ(unhandled(events().size() - 6),
             "unable to write '/bootbank/bootfrge.gz': File too large");
   EXPECT_EQ(tail(5).front(),
-            logLine(3, "unable to log profiling information: write failed: File too large.\n"));
+            logLine(3,
+                    "unable to log profiling information: unable to write '/var/log/sysboot.log': "
+                    "File too large.\n"));
   expectClosingSteps();
   EXPECT_EQ(readFile(kRecord), "the old record");
   EXPECT_EQ(readFile(kProfile), "the old log");
+}
+
+// The executor has been started by then, and nobody else would ever end it.
+TEST_F(FailedBoot, ARelativePluginDirectoryInAFolderThatIsGoneEndsTheExecutor) {
+  const Outcome outcome = inChild([] {
+    if (::mkdir("/tmp/gone", 0700) != 0 || ::chdir("/tmp/gone") != 0 || ::rmdir("/tmp/gone") != 0) {
+      return 50;
+    }
+    return runInThisProcess({"--plugin-directory=plugins"});
+  });
+  waitForProcesses();
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(events(), Contains(kStopSignalled));
+  const std::vector<doubles::Record> all = events();
+  EXPECT_EQ(all.back().level, 3);
+  EXPECT_THAT(all.back().text, StartsWith("Failed to initialize bootforge: "));
+  EXPECT_THAT(all.back().text, HasSubstr("No such file or directory"));
+  EXPECT_THAT(events(), Not(Contains(configStore("EndAutoConf"))));
+  EXPECT_FALSE(exists(kProfile));
+}
+
+TEST_F(FailedBoot, ADaemonRunInAFolderThatIsGoneHasNoExecutorToEnd) {
+  const Outcome outcome = inChild([] {
+    if (::mkdir("/tmp/gone", 0700) != 0 || ::chdir("/tmp/gone") != 0 || ::rmdir("/tmp/gone") != 0) {
+      return 50;
+    }
+    return runInThisProcess({"--daemon", "--method=start", "--plugin-directory=plugins"});
+  });
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(events().size(), 1U);
+  EXPECT_THAT(events().front().text, StartsWith("Failed to initialize bootforge: "));
+}
+
+TEST_F(FailedBoot, ARecordThatCannotBeSyncedKeepsTheOldOne) {
+  writePlugins();
+  writeFile(kRecord, "the old record");
+  failCall("fsync", {.error = EIO, .where = Where::kOtherProcesses});
+  EXPECT_EQ(bootforge({}).status, 1);
+  EXPECT_EQ(unhandled(events().size() - 5),
+            "unable to sync the new '/bootbank/bootfrge.gz': Input/output error");
+  expectClosingSteps();
+  EXPECT_EQ(readFile(kRecord), "the old record");
 }
 
 TEST_F(FailedBoot, WorkersThatCannotBeHadAreTold) {

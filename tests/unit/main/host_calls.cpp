@@ -5,7 +5,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
-#include <cstdlib>
 #include <optional>
 #include <utility>
 
@@ -17,7 +16,6 @@ std::optional<timeval> clockStart;
 std::atomic<int> clockCalls = 0;
 std::optional<std::time_t> scriptedTime;
 std::optional<long> scriptedUptime;
-bool systemFails = false;
 bool firstLevelFails = false;
 
 }  // namespace
@@ -31,14 +29,12 @@ void scriptClock(timeval start) {
 
 void scriptTime(std::time_t now) { scriptedTime = now; }
 void scriptUptime(long seconds) { scriptedUptime = seconds; }
-void failSystem() { systemFails = true; }
 void failFirstPriorityLevel() { firstLevelFails = true; }
 
 void resetHostCalls() {
   clockStart.reset();
   scriptedTime.reset();
   scriptedUptime.reset();
-  systemFails = false;
   firstLevelFails = false;
 }
 
@@ -72,13 +68,6 @@ int __wrap_sysinfo(struct sysinfo* information) {
   *information = {};
   information->uptime = *scriptedUptime;
   return 0;
-}
-
-int __real_system(const char*);
-int __wrap_system(const char* command) {
-  if (!systemFails) return __real_system(command);
-  errno = EAGAIN;
-  return -1;
 }
 
 }  // extern "C"

@@ -1,6 +1,5 @@
-// What the host tells the program about time, a shell that cannot be started, and a failure of no
-// known kind. All of it is set in a test's process and inherited by the processes that it forks
-// afterwards.
+// What the host tells the program about time, and a failure of no known kind. All of it is set in a
+// test's process and inherited by the processes that it forks afterwards.
 #pragma once
 
 #include <sys/time.h>
@@ -18,9 +17,6 @@ void scriptTime(std::time_t now);
 
 /// From now on sysinfo(2) gives this uptime in seconds, or fails when it is below 0.
 void scriptUptime(long seconds);
-
-/// From now on system(3) starts nothing and returns -1.
-void failSystem();
 
 /// From now on the first level of priorities that a process asks for is none: what is thrown is no
 /// std::exception.

@@ -186,8 +186,8 @@ TEST_F(ProfilingLog, AFullDiskKeepsTheOldLog) {
     writeBootProfile(profile);
   }
   EXPECT_THAT(records(), ElementsAre(logLine(3,
-                                             "unable to log profiling information: write "
-                                             "failed: File too large.\n")));
+                                             "unable to log profiling information: unable to "
+                                             "write '/var/log/sysboot.log': File too large.\n")));
   expectOldLog();
 }
 
@@ -199,8 +199,8 @@ TEST_F(ProfilingLog, ADiskThatFillsUpInTheMiddleOfALongLogKeepsTheOldOne) {
     const FileSizeLimit limit(room);
     writeBootProfile(profile);
     EXPECT_THAT(records(), ElementsAre(logLine(3,
-                                               "unable to log profiling information: write "
-                                               "failed: File too large.\n")));
+                                               "unable to log profiling information: unable to "
+                                               "write '/var/log/sysboot.log': File too large.\n")));
   }
   expectOldLog();
 }
@@ -228,6 +228,40 @@ TEST_F(ProfilingLog, PermissionsThatCannotBeRestoredAreTold) {
                                   "permissions, file permissions may be incorrect: Operation "
                                   "not permitted.\n")));
   EXPECT_THAT(readFile(kProfile), testing::StartsWith("HVKernel"));
+}
+
+TEST_F(ProfilingLog, AFailedSyncKeepsTheOldLogAndIsTold) {
+  writeFile(kProfile, "old log\n");
+  failCall("fsync", {.error = ENOSPC});
+  writeBootProfile(profile);
+  EXPECT_THAT(records(),
+              ElementsAre(logLine(3,
+                                  "unable to log profiling information: unable to sync the new "
+                                  "'/var/log/sysboot.log': No space left on device.\n")));
+  expectOldLog();
+}
+
+TEST_F(ProfilingLog, ALogThatMayNotLastIsTold) {
+  failCall("fsync", {.error = EIO, .skip = 1});
+  writeBootProfile(profile);
+  EXPECT_THAT(records(),
+              ElementsAre(logLine(3,
+                                  "unable to log profiling information: '/var/log/sysboot.log' is "
+                                  "replaced, but may not survive a power cut: Input/output "
+                                  "error.\n")));
+  EXPECT_THAT(readFile(kProfile), testing::StartsWith("HVKernel"));
+}
+
+// A file that was there before us may be anybody's.
+TEST_F(ProfilingLog, APlantedFileDoesNotSayWhoMayWriteTheLog) {
+  writeFile(kProfile, "planted");
+  if (::chown(kProfile, 54321, 54321) != 0) GTEST_SKIP() << "there is no other user here";
+  ASSERT_EQ(::chmod(kProfile, 04777), 0);
+  writeBootProfile(profile);
+  struct stat status {};
+  ASSERT_EQ(::stat(kProfile, &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, mode_t{0600});
+  EXPECT_EQ(status.st_uid, ::geteuid());
 }
 
 TEST_F(ProfilingLog, AFolderInThePlaceOfTheLogIsTold) {

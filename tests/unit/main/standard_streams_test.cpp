@@ -119,6 +119,58 @@ TEST_F(StandardStreams, AFifoThatNobodyReadsIsNotWaitedFor) {
               ElementsAre(logLine(3, "Failed opening log file /var/log/streams.log\n")));
 }
 
+/// A link in the place of the file, to another file; the folder has that mode.
+void linkElsewhere(mode_t folder) {
+  writeFile("/etc/precious", "precious\n", 0600);
+  ASSERT_EQ(::chmod("/var/log", folder), 0);
+  ASSERT_EQ(::symlink("/etc/precious", kFile), 0);
+}
+
+const doubles::Record kNotOpened = logLine(3, "Failed opening log file /var/log/streams.log\n");
+
+TEST_F(StandardStreams, ALinkOfOursWhereNobodyElseMayWriteIsFollowed) {
+  linkElsewhere(0755);
+  redirected();
+  EXPECT_EQ(readFile("/etc/precious"), "precious\nout\nerr\n");
+  EXPECT_THAT(doubles::records(), IsEmpty());
+}
+
+TEST_F(StandardStreams, ALinkOfOursToAFileThatIsNotThereMakesIt) {
+  ASSERT_EQ(::symlink("/etc/elsewhere", kFile), 0);
+  redirected();
+  EXPECT_EQ(readFile("/etc/elsewhere"), "out\nerr\n");
+}
+
+TEST_F(StandardStreams, ALinkWhereOthersMayWriteIsNotFollowed) {
+  for (const mode_t folder : {01777U, 0775U, 0757U}) {
+    linkElsewhere(folder);
+    const Outcome outcome = redirected();
+    EXPECT_EQ(outcome.out + outcome.err, "out\nerr\n");
+    EXPECT_EQ(readFile("/etc/precious"), "precious\n");
+    EXPECT_THAT(doubles::records(), ElementsAre(kNotOpened));
+    doubles::reset();
+    ::unlink(kFile);
+  }
+}
+
+constexpr uid_t kSomebody = 54321;
+
+TEST_F(StandardStreams, AnothersLinkIsNotFollowed) {
+  linkElsewhere(0755);
+  if (::lchown(kFile, kSomebody, kSomebody) != 0) GTEST_SKIP() << "there is no other user here";
+  EXPECT_EQ(redirected().out, "out\n");
+  EXPECT_EQ(readFile("/etc/precious"), "precious\n");
+  EXPECT_THAT(doubles::records(), ElementsAre(kNotOpened));
+}
+
+TEST_F(StandardStreams, ALinkInAnothersFolderIsNotFollowed) {
+  linkElsewhere(0755);
+  if (::chown("/var/log", kSomebody, kSomebody) != 0) GTEST_SKIP() << "there is no other user here";
+  EXPECT_EQ(redirected().out, "out\n");
+  EXPECT_EQ(readFile("/etc/precious"), "precious\n");
+  EXPECT_THAT(doubles::records(), ElementsAre(kNotOpened));
+}
+
 TEST_F(StandardStreams, TheFileIsWrittenToWithoutLoss) {
   const Outcome outcome = inChild([] {
     redirectStandardStreams(kFile);

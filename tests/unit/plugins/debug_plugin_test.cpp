@@ -88,6 +88,15 @@ TEST_F(DebugPluginTest, RunsItsCommandThroughTheShellAndWaitsForIt) {
   EXPECT_EQ(readFile("/tmp/count"), "3\n");
 }
 
+// A writer whose reader has gone ends, and with it the boot goes on.
+TEST_F(DebugPluginTest, RunsItsCommandWithoutIgnoringABrokenPipe) {
+  inChild([] {
+    ::signal(SIGPIPE, SIG_IGN);
+    EXPECT_THAT(recordsOfStarting("(yes; echo $? >/tmp/status) | head -n 1 >/dev/null"), IsEmpty());
+  });
+  EXPECT_EQ(readFile("/tmp/status"), std::to_string(128 + SIGPIPE) + "\n");
+}
+
 TEST_F(DebugPluginTest, LogsTheStatusOfACommandThatFails) {
   EXPECT_THAT(recordsOfStarting("exit 3"),
               ElementsAre(logLine(5, "debug injection 'probe' returned 0x000300\n")));

@@ -1,5 +1,6 @@
 #include "util/afstream.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -8,13 +9,17 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/double/faults.h"
+#include "tests/support/own_process.h"
 #include "tests/support/scratch_root.h"
+#include "util/unique_fd.h"
 
 namespace bootforge {
 namespace {
@@ -145,22 +150,135 @@ TEST_F(AtomicFileStream, APatternThatCannotBeFormattedMakesOpenThrow) {
   EXPECT_THAT(filesIn(kFolder), IsEmpty());
 }
 
-TEST_F(AtomicFileStream, ATemporaryFileThatCannotBeReopenedIsRemoved) {
-  // A link to itself in its place.
-  afterCall("mkstemp", [] {
-    const std::string name = filesIn(kFolder).front();
-    const std::string path = std::string(kFolder) + "/" + name;
-    ASSERT_EQ(::unlink(path.c_str()), 0);
-    ASSERT_EQ(::symlink(name.c_str(), path.c_str()), 0);
+TEST_F(AtomicFileStream, AModeThatMakesNoSenseFailsAndItsTemporaryFileIsRemoved) {
+  afstream file;
+  const auto nonsense = std::ios_base::app | std::ios_base::trunc;
+  errno = ENOENT;
+  EXPECT_EQ(failureOf([&] { file.open(kFile, nonsense); }, EINVAL),
+            "failed to create temp file: Invalid argument");
+  EXPECT_TRUE(file.fail());
+  EXPECT_THAT(filesIn(kFolder), ElementsAre(StartsWith("file.")));
+  file.open(kFile, std::ios_base::trunc);
+  EXPECT_TRUE(file.good()) << "a stream that could be opened is as good as new";
+  EXPECT_EQ(filesIn(kFolder).size(), 1U);
+}
+
+TEST_F(AtomicFileStream, WithoutADescriptorForTheStreamItsTemporaryFileIsRemoved) {
+  test::inChild([] {
+    const UniqueFd next(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const rlimit one{static_cast<rlim_t>(next.get()) + 2, static_cast<rlim_t>(next.get()) + 2};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &one), 0);
+    {
+      afstream file;
+      EXPECT_EQ(failureOf([&] { file.open(kFile, std::ios_base::trunc); }, EMFILE),
+                "failed to create temp file: Too many open files");
+      EXPECT_TRUE(file.fail());
+    }
+    EXPECT_FALSE(std::filesystem::exists(kFile));
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &one), 0);
   });
-  {
-    afstream file;
-    EXPECT_EQ(failureOf([&] { file.open(kFile, std::ios_base::trunc); }, ELOOP),
-              "failed to create temp file: Too many levels of symbolic links");
-    EXPECT_TRUE(file.fail());
-    EXPECT_THAT(filesIn(kFolder), ElementsAre(StartsWith("file.")));
-  }
   EXPECT_THAT(filesIn(kFolder), IsEmpty());
+}
+
+// Who may write the folder may put a link in the place of the temporary file at any time.
+TEST_F(AtomicFileStream, ALinkInThePlaceOfTheTemporaryFileLeadsNowhere) {
+  writeFile("/etc/precious", "precious", 0600);
+  writeFile(kFile, "old", 0644);
+  const auto plant = [] {
+    std::string path;
+    for (const std::string& name : filesIn(kFolder)) {
+      if (name != "file") path = std::string(kFolder) + "/" + name;
+    }
+    ASSERT_EQ(::unlink(path.c_str()), 0);
+    ASSERT_EQ(::symlink("/etc/precious", path.c_str()), 0);
+  };
+  afterCall("mkstemp", plant);
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  file << "new" << std::flush;
+  EXPECT_TRUE(file.good());
+  file.commit();
+  EXPECT_EQ(readFile("/etc/precious"), "precious");
+  EXPECT_EQ(modeOf("/etc/precious"), mode_t{0600});
+}
+
+TEST_F(AtomicFileStream, ALinkInThePlaceOfTheMovedFileKeepsTheModeOfItsTarget) {
+  writeFile("/etc/precious", "precious", 0600);
+  writeFile(kFile, "old", 0644);
+  afterCall("rename", [] {
+    ASSERT_EQ(::unlink(kFile), 0);
+    ASSERT_EQ(::symlink("/etc/precious", kFile), 0);
+  });
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  file.commit();
+  EXPECT_EQ(modeOf("/etc/precious"), mode_t{0600});
+}
+
+TEST_F(AtomicFileStream, TheSetIdBitsAreNeverTakenOver) {
+  const std::pair<mode_t, mode_t> modes[] = {{04755, 0755}, {02644, 0644}, {06777, 0777}};
+  for (const auto& [before, after] : modes) {
+    writeFile(kFile, "old");
+    ASSERT_EQ(::chmod(kFile, before), 0);
+    afstream file;
+    file.open(kFile, std::ios_base::trunc);
+    file.commit();
+    EXPECT_EQ(modeOf(kFile), after);
+  }
+}
+
+/// Makes a file somebody else's; false where there is nobody else.
+bool giveAway(const char* path) {
+  constexpr uid_t kSomebody = 54321;
+  return ::lchown(path, kSomebody, kSomebody) == 0;
+}
+
+TEST_F(AtomicFileStream, ThePermissionBitsOfAnothersFileAreNotTakenOver) {
+  writeFile(kFile, "planted", 0666);
+  if (!giveAway(kFile)) GTEST_SKIP() << "there is no other user here";
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  file << "new";
+  file.commit();
+  EXPECT_EQ(readFile(kFile), "new");
+  EXPECT_EQ(modeOf(kFile), mode_t{0600});
+}
+
+TEST_F(AtomicFileStream, ThePermissionBitsBehindAnothersLinkAreNotTakenOver) {
+  writeFile("/etc/open", "", 0666);
+  ASSERT_EQ(::symlink("/etc/open", kFile), 0);
+  if (!giveAway(kFile)) GTEST_SKIP() << "there is no other user here";
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  file.commit();
+  EXPECT_FALSE(std::filesystem::is_symlink(kFile));
+  EXPECT_EQ(modeOf(kFile), mode_t{0600});
+}
+
+TEST_F(AtomicFileStream, ALinkOfOursIsReplacedByAFileWithTheModeOfItsTarget) {
+  writeFile("/etc/target", "untouched", 0640);
+  ASSERT_EQ(::symlink("/etc/target", kFile), 0);
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  file << "new";
+  file.commit();
+  EXPECT_FALSE(std::filesystem::is_symlink(kFile));
+  EXPECT_EQ(modeOf(kFile), mode_t{0640});
+  EXPECT_EQ(readFile(kFile), "new");
+  EXPECT_EQ(readFile("/etc/target"), "untouched");
+}
+
+TEST_F(AtomicFileStream, ItsDescriptorsAreCloseOnExec) {
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  int open = 0;
+  for (int fd = 3; fd < 256; ++fd) {
+    const int flags = ::fcntl(fd, F_GETFD);
+    struct stat status {};
+    if (flags == -1 || ::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) continue;
+    open += (flags & FD_CLOEXEC) != 0;
+  }
+  EXPECT_GE(open, 2);
 }
 
 TEST_F(AtomicFileStream, AFailedRenameLeavesTheOldFileAndNothingElse) {
@@ -238,7 +356,8 @@ TEST_F(AtomicFileStream, ADestinationThatCanNeitherBeLookedAtNorReplacedIsARenam
   EXPECT_EQ(readFile(kFile), "old");
 }
 
-TEST_F(AtomicFileStream, CommitSyncsTheFileBeforeTheRenameAndBothFileAndFolderAfterIt) {
+/// The kinds of things that were synced are told by their number: file, then folder.
+TEST_F(AtomicFileStream, CommitSyncsTheFileBeforeTheRenameAndTheFolderAfterIt) {
   afstream file;
   file.open(kFile, std::ios_base::trunc);
   file << "new";
@@ -249,38 +368,129 @@ TEST_F(AtomicFileStream, CommitSyncsTheFileBeforeTheRenameAndBothFileAndFolderAf
   file.commit();
   EXPECT_FALSE(replacedAtFirstSync);
   EXPECT_EQ(syncsBeforeRename, 1);
-  EXPECT_EQ(callCount("fsync"), 3);
+  EXPECT_EQ(callCount("fsync"), 2);
   EXPECT_TRUE(file.good());
+  EXPECT_EQ(file.syncError(), 0);
 }
 
-TEST_F(AtomicFileStream, AFailingSyncOfTheFileOnlySetsTheFailbit) {
+TEST_F(AtomicFileStream, TheContentIsInTheFileWhenItIsSynced) {
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  file << "new";
+  std::string synced;
+  afterCall("fsync", [&] { synced = readFile(kFolder + ("/" + filesIn(kFolder).front())); });
+  file.commit();
+  EXPECT_EQ(synced, "new");
+}
+
+// 0x4d44 and 0x2011bab0, from linux/magic.h, are what statfs(2) says of FAT and exFAT.
+TEST_F(AtomicFileStream, OnAFatVolumeTheMovedFileIsSyncedOnceMore) {
+  for (const long type : {0x4d44L, 0x2011bab0L}) {
+    doubles::resetFaults();
+    doubles::reportFileSystem(type);
+    afstream file;
+    file.open(kFile, std::ios_base::trunc);
+    int syncsBeforeRename = 0;
+    afterCall("rename", [&] { syncsBeforeRename = callCount("fsync"); });
+    file.commit();
+    EXPECT_EQ(syncsBeforeRename, 1);
+    EXPECT_EQ(callCount("fsync"), 3) << std::hex << type;
+  }
+}
+
+TEST_F(AtomicFileStream, AFailingSyncOfTheFileKeepsTheOldOne) {
+  for (const int error : {EIO, ENOSPC, EDQUOT}) {
+    writeFile(kFile, "old");
+    {
+      afstream file;
+      file.open(kFile, std::ios_base::trunc);
+      file << "new";
+      failCall("fsync", {.error = error});
+      EXPECT_EQ(failureOf([&] { file.commit(); }, error),
+                std::string("unable to sync the new '/scratch/file': ") + std::strerror(error));
+    }
+    EXPECT_EQ(readFile(kFile), "old");
+    EXPECT_THAT(filesIn(kFolder), ElementsAre("file"));
+  }
+}
+
+TEST_F(AtomicFileStream, AFailingSyncKeepsAnOldFileThatCannotBeLookedAt) {
+  writeFile(kFile, "old");
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  file << "new";
+  failCall("fsync", {.error = EIO});
+  failCall("stat", {.error = EACCES});
+  EXPECT_EQ(failureOf([&] { file.commit(); }, EIO),
+            "unable to sync the new '/scratch/file': Input/output error");
+  EXPECT_EQ(readFile(kFile), "old");
+}
+
+TEST_F(AtomicFileStream, AFailingSyncOfAFileThatReplacesNoneOnlyShowsInTheStream) {
   afstream file;
   file.open(kFile, std::ios_base::trunc);
   file << "new";
   failCall("fsync", {.error = EIO});
   file.commit();
   EXPECT_TRUE(file.fail());
+  EXPECT_EQ(file.syncError(), EIO);
   EXPECT_EQ(readFile(kFile), "new");
 }
 
-TEST_F(AtomicFileStream, AFailingSyncOfTheMovedFileOnlySetsTheFailbit) {
+TEST_F(AtomicFileStream, AFailingSyncOfTheFolderOnlyShowsInTheStream) {
+  writeFile(kFile, "old");
   afstream file;
   file.open(kFile, std::ios_base::trunc);
   file << "new";
   failCall("fsync", {.error = EIO, .skip = 1});
   file.commit();
   EXPECT_TRUE(file.fail());
+  EXPECT_EQ(file.syncError(), EIO);
   EXPECT_EQ(readFile(kFile), "new");
 }
 
-TEST_F(AtomicFileStream, AFailingSyncOfTheFolderOnlySetsTheFailbit) {
+TEST_F(AtomicFileStream, AFolderThatCannotBeOpenedCannotBeSynced) {
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  failCall("open", {.error = EMFILE});
+  file.commit();
+  EXPECT_TRUE(file.fail());
+  EXPECT_EQ(file.syncError(), EMFILE);
+}
+
+TEST_F(AtomicFileStream, AFailingSyncOfTheMovedFileOnAFatVolumeShowsInTheStream) {
+  doubles::reportFileSystem(0x4d44);
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  failCall("fsync", {.error = EIO, .skip = 1});
+  file.commit();
+  EXPECT_EQ(file.syncError(), EIO);
+  EXPECT_EQ(callCount("fsync"), 2) << "the folder was synced though it says nothing any more";
+}
+
+TEST_F(AtomicFileStream, AFileSystemWithoutSyncIsNoFailure) {
+  writeFile(kFile, "old");
   afstream file;
   file.open(kFile, std::ios_base::trunc);
   file << "new";
-  failCall("fsync", {.error = EIO, .skip = 2});
+  failCall("fsync", {.error = EINVAL, .times = 2});
   file.commit();
-  EXPECT_TRUE(file.fail());
+  EXPECT_TRUE(file.good());
+  EXPECT_EQ(file.syncError(), 0);
   EXPECT_EQ(readFile(kFile), "new");
+}
+
+TEST_F(AtomicFileStream, ALaterCommitDoesNotRememberTheFailedSync) {
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  failCall("fsync", {.error = EIO});
+  file.commit();
+  EXPECT_EQ(file.syncError(), EIO);
+  file.open(kFile, std::ios_base::trunc);
+  EXPECT_EQ(file.syncError(), 0);
+  file.commit();
+  EXPECT_EQ(file.syncError(), 0);
+  EXPECT_TRUE(file.good());
 }
 
 TEST_F(AtomicFileStream, AnInterruptedSyncIsRepeated) {
@@ -289,7 +499,7 @@ TEST_F(AtomicFileStream, AnInterruptedSyncIsRepeated) {
   failCall("fsync", {.error = EINTR, .times = 3});
   file.commit();
   EXPECT_TRUE(file.good());
-  EXPECT_EQ(callCount("fsync"), 6);
+  EXPECT_EQ(callCount("fsync"), 5);
 }
 
 TEST_F(AtomicFileStream, AFullDiskShowsInTheStreamWhenItIsFlushed) {
@@ -349,6 +559,18 @@ TEST_F(AtomicFileStream, OpeningOnceMoreDropsWhatWasNotCommitted) {
   file << "kept";
   file.commit();
   EXPECT_EQ(readFile(kFile), "kept");
+  EXPECT_THAT(filesIn(kFolder), ElementsAre("file"));
+}
+
+TEST_F(AtomicFileStream, AFailedOpenForgetsTheDestinationOfTheOneBefore) {
+  writeFile(kFile, "old");
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  EXPECT_EQ(file.destination(), kFile);
+  EXPECT_THROW(file.open("/missing/file", std::ios_base::trunc), FileError);
+  EXPECT_EQ(file.destination(), "");
+  EXPECT_EQ(failureOf([&] { file.commit(); }, EINVAL), "commit invoked on an unknown destination");
+  EXPECT_EQ(readFile(kFile), "old");
   EXPECT_THAT(filesIn(kFolder), ElementsAre("file"));
 }
 
@@ -470,6 +692,47 @@ TEST_F(CopyFileInto, AStreamThatHasFailedAlreadyThrows) {
   file.open(kFile, std::ios_base::trunc);
   file.setstate(std::ios_base::badbit);
   EXPECT_THROW(copyFileInto("/scratch/source", file), FileError);
+}
+
+TEST_F(CopyFileInto, AStreamThatHasFailedAlreadyIsNotToldByAnOldError) {
+  writeFile("/scratch/source", "content");
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  file.setstate(std::ios_base::badbit);
+  errno = ENOENT;
+  EXPECT_EQ(failureOf([&] { copyFileInto("/scratch/source", file); }, 0),
+            "failed to write to temp file: Success");
+}
+
+using WriteAndCommit = AtomicFileStream;
+
+TEST_F(WriteAndCommit, ReplacesTheFile) {
+  writeFile(kFile, "old");
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  writeAndCommit(file, std::string("new\0and more", 12));
+  EXPECT_EQ(readFile(kFile), std::string("new\0and more", 12));
+}
+
+TEST_F(WriteAndCommit, OfAFailedStreamKeepsTheOldFileAndIsNotToldByAnOldError) {
+  writeFile(kFile, "old");
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  file.setstate(std::ios_base::badbit);
+  errno = ENOENT;
+  EXPECT_EQ(failureOf([&] { writeAndCommit(file, "new"); }, 0),
+            "unable to write '/scratch/file': Success");
+  EXPECT_EQ(readFile(kFile), "old");
+}
+
+TEST_F(WriteAndCommit, TellsThatTheNewFileMayNotLast) {
+  writeFile(kFile, "old");
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  failCall("fsync", {.error = EIO, .skip = 1});
+  EXPECT_EQ(failureOf([&] { writeAndCommit(file, "new"); }, EIO),
+            "'/scratch/file' is replaced, but may not survive a power cut: Input/output error");
+  EXPECT_EQ(readFile(kFile), "new");
 }
 
 }  // namespace

@@ -77,6 +77,34 @@ TEST(OtherDescriptors, AreClosedOneByOneOnAnOldKernel) {
   });
 }
 
+// The root outside the tests' root: /proc is there.
+const int outside = ::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+
+/// In a child: leaves the tests' root for one with /proc, on a kernel without close_range(2).
+/// False where that cannot be had.
+bool becomeOldHost() {
+  return ::fchdir(outside) == 0 && ::chroot(".") == 0 && ::access("/proc/self/fd", R_OK) == 0 &&
+         refuse(SYS_close_range, ENOSYS);
+}
+
+// The limit may be a thousand million.
+TEST(OtherDescriptors, AreFoundInProcOnAnOldKernelWhateverTheLimit) {
+  inChild([] {
+    if (!becomeOldHost()) GTEST_SKIP() << "no old kernel with /proc can be had here";
+    const int before = doubles::callCount("close");
+    expectOthersToBeClosed();
+    EXPECT_LT(doubles::callCount("close") - before, 100);
+  });
+}
+
+TEST(OtherDescriptors, AreAllFoundInProcThoughTheyAreMany) {
+  inChild([] {
+    if (!becomeOldHost()) GTEST_SKIP() << "no old kernel with /proc can be had here";
+    for (int fd = 300; fd < 1000; ++fd) ASSERT_EQ(::dup2(STDOUT_FILENO, fd), fd);
+    expectOthersToBeClosed();
+  });
+}
+
 // Every set of closed streams; a bit for each.
 TEST(MissingStandardStreams, AreOpenedOnTheNullDeviceAndTheOthersStay) {
   for (int missing = 0; missing < 8; ++missing) {

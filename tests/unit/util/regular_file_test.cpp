@@ -144,6 +144,36 @@ TEST_F(RegularFile, ThatShrinksWhileItIsReadGivesWhatWasThere) {
   EXPECT_EQ(readAll(openRegularFile(kFile)), std::string(4096, 'a'));
 }
 
+TEST_F(RegularFile, IsReadUpToTheLimitAndNotBeyondIt) {
+  writeFile(kFile, std::string(kReadLimit, 'a'));
+  EXPECT_EQ(readRegularFile(kFile)->size(), kReadLimit);
+  EXPECT_EQ(readAll(openRegularFile(kFile))->size(), kReadLimit);
+  writeFile(kFile, std::string(kReadLimit + 1, 'a'));
+  EXPECT_FALSE(readRegularFile(kFile));
+  EXPECT_EQ(errno, EFBIG);
+  errno = 0;
+  EXPECT_FALSE(readAll(openRegularFile(kFile)));
+  EXPECT_EQ(errno, EFBIG);
+}
+
+// A hole costs no disk, and would cost all memory.
+TEST_F(RegularFile, OfAHugeSizeIsNotReadAtAll) {
+  writeFile(kFile, "");
+  ASSERT_EQ(::truncate(kFile, off_t{1} << 40), 0);
+  doubles::resetFaults();
+  EXPECT_FALSE(readRegularFile(kFile));
+  EXPECT_EQ(errno, EFBIG);
+  EXPECT_EQ(doubles::callCount("read"), 0);
+}
+
+TEST_F(RegularFile, ThatGrowsBeyondTheLimitWhileItIsReadIsTooLarge) {
+  writeFile(kFile, std::string(4096, 'a'));
+  doubles::afterCall("read", [] { ASSERT_EQ(::truncate(kFile, off_t{1} << 30), 0); });
+  errno = 0;
+  EXPECT_FALSE(readAll(openRegularFile(kFile)));
+  EXPECT_EQ(errno, EFBIG);
+}
+
 // A pipe gives as much at a time as it likes: 4,095 bytes are no end.
 TEST_F(RegularFile, IsNotNeededToReadAll) {
   int ends[2];
