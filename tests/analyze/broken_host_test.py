@@ -153,7 +153,8 @@ class Output(BrokenHost):
         rules = json.loads(self.verify("--format", "sarif"))["runs"][0]["tool"]["driver"]["rules"]
         self.assertTrue(rules)
         for rule in rules:
-            self.assertEqual(rule["helpUri"], f"docs/rules.md#{rule['id']}")
+            self.assertEqual(rule["helpUri"],
+                             f"file:///usr/share/doc/bootforge/rules.md#{rule['id']}")
 
     def test_what_it_may_fail_on_is_chosen(self):
         self.verify("--fail-on", "error", expect=1)
