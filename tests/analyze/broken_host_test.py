@@ -126,6 +126,18 @@ class Output(BrokenHost):
     def test_people_read_this(self):
         self.assert_output("broken-host.txt", self.verify_in_order())
 
+    def test_a_long_line_is_cut_where_it_is_far_from_the_mistake(self):
+        image = f"{self.folder}/long"
+        os.makedirs(f"{image}/usr/libexec/bootforge/plugins")
+        self.addCleanup(shutil.rmtree, image)
+        names = ", ".join(f'"milestone-{number:02}"' for number in range(20))
+        with open(f"{image}/usr/libexec/bootforge/plugins/long.json", "w", encoding="utf-8") as file:
+            file.write(f'{{"metadata": {{"version": 1, "requires": [], "provides": [{names}, 1, '
+                       f'{names}]}},\n"operations": {{"start": []}}}}\n')
+        self.assertIn('\n    ...estone-16", "milestone-17", "milestone-18", "milestone-19", 1, '
+                      '"milestone-00", "milestone-01", "milestone-02", "milestone-03", "milestone-04", '
+                      '"milest...\n' + 67 * " " + "^\n", self.verify(image=image))
+
     def test_programs_read_this(self):
         found = self.verify_in_order("--format", "json")
         text = json.dumps(json.loads(found), indent=1, ensure_ascii=False) + "\n"
