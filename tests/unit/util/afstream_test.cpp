@@ -255,6 +255,16 @@ TEST_F(AtomicFileStream, ThePermissionBitsBehindAnothersLinkAreNotTakenOver) {
   EXPECT_EQ(modeOf(kFile), mode_t{0600});
 }
 
+TEST_F(AtomicFileStream, ThePermissionBitsOfAnothersFileBehindOurLinkAreNotTakenOver) {
+  writeFile("/etc/open", "", 0666);
+  ASSERT_EQ(::symlink("/etc/open", kFile), 0);
+  if (!giveAway("/etc/open")) GTEST_SKIP() << "there is no other user here";
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  file.commit();
+  EXPECT_EQ(modeOf(kFile), mode_t{0600});
+}
+
 TEST_F(AtomicFileStream, ALinkOfOursIsReplacedByAFileWithTheModeOfItsTarget) {
   writeFile("/etc/target", "untouched", 0640);
   ASSERT_EQ(::symlink("/etc/target", kFile), 0);
