@@ -11,6 +11,8 @@
 
 namespace bootforge {
 
+bool isStartedByBoot(const std::string& name) { return name == "hvsyslogd" || name == "evtd"; }
+
 InitScripts enumerateInitScripts() {
   InitScripts scripts;
   const ShellOutput tool("/bin/chkconfig -p");

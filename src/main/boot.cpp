@@ -130,10 +130,9 @@ class Boot {
 
   /// The init scripts, but for those of the daemons that an init run starts itself.
   void gatherDaemons() {
-    const std::set<std::string> excluded{"hvsyslogd", "evtd"};
     for (const auto& [priority, script] : enumerateInitScripts()) {
       const std::string name = boost::filesystem::path(script).filename().string();
-      if (excluded.contains(name)) continue;
+      if (isStartedByBoot(name)) continue;
       try {
         catalogue_.plugins.push_back(
             std::make_unique<LegacyDaemonPlugin>(name, script, priority, catalogue_.barriers));

@@ -30,7 +30,7 @@ std::vector<std::string> listCommandFiles(DIR* stream, const std::string& direct
     const dirent* entry = ::readdir(stream);
     if (!entry) break;
     std::string_view name = entry->d_name;
-    if (name.ends_with(".json") && !name.starts_with('.')) names.emplace_back(name);
+    if (isCommandFileName(name)) names.emplace_back(name);
   }
   if (errno != 0) failDirectory(directory, errno);
   std::sort(names.begin(), names.end());
@@ -58,6 +58,10 @@ std::string readCommandFile(int directory, const std::string& name) {
 }
 
 }  // namespace
+
+bool isCommandFileName(std::string_view name) {
+  return name.ends_with(".json") && !name.starts_with('.');
+}
 
 void CommandRegistry::addDirectory(const std::string& directory) {
   Directory stream(::opendir(directory.c_str()));

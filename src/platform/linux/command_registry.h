@@ -4,12 +4,17 @@
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/linux/command.h"
 #include "platform/linux/command_file.h"
 
 namespace host_linux {
+
+/// Whether a folder's entry is a command file: "*.json", where "*" stands for no name that begins
+/// with a dot, as in a shell.
+bool isCommandFileName(std::string_view name);
 
 class CommandRegistry {
  public:

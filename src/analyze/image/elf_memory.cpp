@@ -1,0 +1,241 @@
+#include "analyze/image/elf_memory.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <stdexcept>
+
+namespace bootforge::analyze {
+namespace {
+
+[[noreturn]] void fail(const char* reason) { throw std::invalid_argument(reason); }
+
+/// What a relocation does to the pointer at its place.
+enum class Effect { None, Relative, Symbol };
+
+Effect effectOf(std::uint16_t machine, std::uint64_t type) {
+  switch (machine) {
+    case EM_X86_64:
+      if (type == R_X86_64_RELATIVE) return Effect::Relative;
+      return type == R_X86_64_64 || type == R_X86_64_GLOB_DAT ? Effect::Symbol : Effect::None;
+    case EM_AARCH64:
+      if (type == R_AARCH64_RELATIVE) return Effect::Relative;
+      return type == R_AARCH64_ABS64 || type == R_AARCH64_GLOB_DAT ? Effect::Symbol : Effect::None;
+    case EM_RISCV:
+      if (type == R_RISCV_RELATIVE) return Effect::Relative;
+      return type == R_RISCV_64 ? Effect::Symbol : Effect::None;
+    case EM_PPC64:
+      if (type == R_PPC64_RELATIVE) return Effect::Relative;
+      return type == R_PPC64_ADDR64 ? Effect::Symbol : Effect::None;
+    default:
+      return Effect::None;
+  }
+}
+
+}  // namespace
+
+ElfMemory::ElfMemory(std::string_view file) : file_(file) {
+  if (elf_version(EV_CURRENT) == EV_NONE) fail("libelf is of another version");
+  if (!file.starts_with(ELFMAG)) fail("invalid ELF header");
+  if (file.size() < sizeof(Elf64_Ehdr)) fail("file too short");
+  if (file[EI_CLASS] != ELFCLASS64) fail("wrong ELF class");
+  // libelf only reads what is open for reading only; its interface has no constant pointer.
+  elf_.reset(elf_memory(const_cast<char*>(file.data()), file.size()));
+  if (!elf_ || gelf_getehdr(elf_.get(), &header_) == nullptr) fail("invalid ELF header");
+  isSwapped_ = (file[EI_DATA] == ELFDATA2MSB) != (std::endian::native == std::endian::big);
+  if (header_.e_type != ET_DYN) fail("only ET_DYN and ET_EXEC can be loaded");
+  readHeaders();
+  const std::optional<std::uint64_t> flags = dynamic(DT_FLAGS_1);
+  if (flags && (*flags & DF_1_PIE) != 0) {
+    fail("cannot dynamically load position-independent executable");
+  }
+  readRelocations(dynamic(DT_RELA).value_or(0), dynamic(DT_RELASZ).value_or(0));
+}
+
+void ElfMemory::readHeaders() {
+  const std::uint64_t end = header_.e_phoff + std::uint64_t{header_.e_phnum} * header_.e_phentsize;
+  if (header_.e_phentsize != sizeof(Elf64_Phdr)) fail("ELF file's phentsize not the expected size");
+  if (end > file_.size() || end < header_.e_phoff) fail("file too short");
+  bool hasDynamic = false;
+  for (int i = 0; i < header_.e_phnum; ++i) {
+    GElf_Phdr program{};
+    if (gelf_getphdr(elf_.get(), i, &program) == nullptr) fail("file too short");
+    const bool isInFile =
+        program.p_offset <= file_.size() && program.p_filesz <= file_.size() - program.p_offset;
+    if (program.p_type == PT_LOAD) {
+      if (!isInFile || program.p_filesz > program.p_memsz) fail("file too short");
+      segments_.push_back({program.p_vaddr, program.p_offset, program.p_filesz, program.p_memsz});
+    } else if (program.p_type == PT_DYNAMIC) {
+      if (!isInFile) fail("file too short");
+      hasDynamic = true;
+      readDynamic(program.p_offset, program.p_filesz);
+    }
+  }
+  if (segments_.empty()) fail("object file has no loadable segments");
+  if (!hasDynamic) fail("object file has no dynamic section");
+}
+
+void ElfMemory::readDynamic(std::uint64_t offset, std::uint64_t size) {
+  Elf_Data* const data =
+      elf_getdata_rawchunk(elf_.get(), static_cast<std::int64_t>(offset), size, ELF_T_DYN);
+  if (data == nullptr) fail("object file has no dynamic section");
+  GElf_Dyn entry{};
+  for (int i = 0; gelf_getdyn(data, i, &entry) != nullptr && entry.d_tag != DT_NULL; ++i) {
+    dynamic_.push_back(entry);
+  }
+}
+
+void ElfMemory::readRelocations(std::uint64_t address, std::uint64_t size) {
+  constexpr std::uint64_t kEntry = sizeof(Elf64_Rela);
+  size = std::min<std::uint64_t>(size, file_.size());
+  for (std::uint64_t at = 0; at + kEntry <= size; at += kEntry) {
+    const auto offset = read<std::uint64_t>(address + at);
+    const auto info = read<std::uint64_t>(address + at + 8);
+    const auto addend = read<std::uint64_t>(address + at + 16);
+    if (!offset || !info || !addend) return;
+    const Effect effect = effectOf(machine(), GELF_R_TYPE(*info));
+    if (effect == Effect::Relative) relocated_[*offset] = {true, *addend};
+    if (effect != Effect::Symbol) continue;
+    GElf_Sym symbol{};
+    const bool isRead = readSymbol(GELF_R_SYM(*info), &symbol);
+    if (isRead && symbol.st_shndx != SHN_UNDEF) {
+      relocated_[*offset] = {true, symbol.st_value + *addend};
+    } else {
+      relocated_[*offset] = {false, 0};
+    }
+  }
+}
+
+std::optional<std::uint64_t> ElfMemory::dynamic(std::int64_t tag) const {
+  for (const GElf_Dyn& entry : dynamic_) {
+    if (entry.d_tag == tag) return entry.d_un.d_val;
+  }
+  return std::nullopt;
+}
+
+std::string_view ElfMemory::bytesAt(std::uint64_t address) const {
+  for (const Segment& segment : segments_) {
+    const std::uint64_t into = address - segment.address;
+    if (address >= segment.address && into < segment.fileSize) {
+      return file_.substr(segment.offset + into, segment.fileSize - into);
+    }
+  }
+  return {};
+}
+
+bool ElfMemory::isZero(std::uint64_t address) const {
+  return std::any_of(segments_.begin(), segments_.end(), [address](const Segment& segment) {
+    const std::uint64_t into = address - segment.address;
+    return address >= segment.address && into >= segment.fileSize && into < segment.size;
+  });
+}
+
+template <typename Value>
+std::optional<Value> ElfMemory::read(std::uint64_t address) const {
+  const std::string_view bytes = bytesAt(address);
+  if (bytes.empty() && isZero(address)) return Value{};
+  if (bytes.size() < sizeof(Value)) return std::nullopt;
+  unsigned char raw[sizeof(Value)];
+  std::memcpy(raw, bytes.data(), sizeof raw);
+  if (isSwapped_) std::reverse(raw, raw + sizeof raw);
+  Value value;
+  std::memcpy(&value, raw, sizeof value);
+  return value;
+}
+
+std::optional<std::int32_t> ElfMemory::readInt32(std::uint64_t address) const {
+  return read<std::int32_t>(address);
+}
+
+std::optional<unsigned char> ElfMemory::readByte(std::uint64_t address) const {
+  return read<unsigned char>(address);
+}
+
+std::optional<ElfMemory::Pointer> ElfMemory::readPointer(std::uint64_t address) const {
+  const auto place = relocated_.find(address);
+  if (place != relocated_.end()) return place->second;
+  const auto value = read<std::uint64_t>(address);
+  if (!value) return std::nullopt;
+  return Pointer{true, *value};
+}
+
+std::optional<std::string> ElfMemory::readText(std::uint64_t address) const {
+  const std::string_view bytes = bytesAt(address);
+  if (bytes.empty() && isZero(address)) return std::string();
+  const std::size_t end = bytes.find('\0');
+  if (end != std::string_view::npos) return std::string(bytes.substr(0, end));
+  // The text may end where the zeros begin.
+  if (!bytes.empty() && isZero(address + bytes.size())) return std::string(bytes);
+  return std::nullopt;
+}
+
+std::vector<std::string> ElfMemory::dynamicStrings(std::int64_t tag) const {
+  std::vector<std::string> strings;
+  const std::uint64_t table = dynamic(DT_STRTAB).value_or(0);
+  for (const GElf_Dyn& entry : dynamic_) {
+    if (entry.d_tag != tag) continue;
+    if (const auto text = readText(table + entry.d_un.d_val)) strings.push_back(*text);
+  }
+  return strings;
+}
+
+std::uint64_t ElfMemory::symbolCount() const {
+  if (const auto hash = dynamic(DT_HASH)) return read<std::uint32_t>(*hash + 4).value_or(0);
+  const auto hash = dynamic(DT_GNU_HASH);
+  if (!hash) return 0;
+  // The table of GNU hashes does not say how many symbols there are: the last chain ends with the
+  // last symbol.
+  const std::uint64_t buckets = read<std::uint32_t>(*hash).value_or(0);
+  const std::uint64_t first = read<std::uint32_t>(*hash + 4).value_or(0);
+  const std::uint64_t words = read<std::uint32_t>(*hash + 8).value_or(0);
+  const std::uint64_t table = *hash + 16 + words * 8;
+  if (buckets > file_.size()) return 0;
+  std::uint64_t last = 0;
+  for (std::uint64_t i = 0; i < buckets; ++i) {
+    const auto bucket = read<std::uint32_t>(table + i * 4);
+    if (!bucket) return 0;
+    last = std::max<std::uint64_t>(last, *bucket);
+  }
+  if (last < first) return 0;
+  const std::uint64_t chains = table + buckets * 4;
+  for (; last < file_.size(); ++last) {
+    const auto chain = read<std::uint32_t>(chains + (last - first) * 4);
+    if (!chain) return 0;
+    if ((*chain & 1) != 0) return last + 1;
+  }
+  return 0;
+}
+
+bool ElfMemory::readSymbol(std::uint64_t index, GElf_Sym* symbol) const {
+  const std::uint64_t table = dynamic(DT_SYMTAB).value_or(0);
+  const std::uint64_t at = table + index * sizeof(Elf64_Sym);
+  const auto name = read<std::uint32_t>(at);
+  const auto section = read<std::uint16_t>(at + 6);
+  const auto value = read<std::uint64_t>(at + 8);
+  const auto size = read<std::uint64_t>(at + 16);
+  if (!name || !section || !value || !size) return false;
+  symbol->st_name = *name;
+  symbol->st_shndx = *section;
+  symbol->st_value = *value;
+  symbol->st_size = *size;
+  return true;
+}
+
+std::optional<ElfMemory::Symbol> ElfMemory::findSymbol(std::string_view name) const {
+  const std::uint64_t names = dynamic(DT_STRTAB).value_or(0);
+  // A table that claims more than the file could hold ends where reading ends.
+  const std::uint64_t count = std::min<std::uint64_t>(symbolCount(), file_.size());
+  for (std::uint64_t i = 1; i < count; ++i) {
+    GElf_Sym symbol{};
+    if (!readSymbol(i, &symbol)) return std::nullopt;
+    if (symbol.st_shndx == SHN_UNDEF) continue;
+    const std::string_view text = bytesAt(names + symbol.st_name);
+    if (!text.starts_with(name) || text.size() <= name.size() || text[name.size()] != '\0')
+      continue;
+    if (symbol.st_value == 0) return std::nullopt;
+    return Symbol{symbol.st_value, symbol.st_size};
+  }
+  return std::nullopt;
+}
+
+}  // namespace bootforge::analyze

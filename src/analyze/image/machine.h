@@ -1,0 +1,14 @@
+// The machine of an image.
+#pragma once
+
+#include <cstdint>
+
+#include "analyze/image/image.h"
+
+namespace bootforge::analyze {
+
+/// The machine of most native plugins; with equal numbers that of most ELF files of the root. 0
+/// when there are none.
+std::uint16_t machineOfImage(const Image& image);
+
+}  // namespace bootforge::analyze

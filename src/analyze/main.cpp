@@ -1,0 +1,36 @@
+// bootforge-analyze: looks into an image before it boots, and into a boot after it.
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "analyze/common_options.h"
+#include "analyze/verbs.h"
+
+namespace bootforge::analyze {
+namespace {
+
+int run(int argc, char** argv) {
+  CLI::App app("Looks into an image before it boots, and into a boot after it.",
+               "bootforge-analyze");
+  app.set_version_flag("--version", std::string("bootforge-analyze ") + BOOTFORGE_VERSION);
+  app.require_subcommand(1);
+  int status = kGood;
+  addVerify(app, status);
+  addPlan(app, status);
+  addWhy(app, status);
+  addDot(app, status);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kGood : kUnusable;
+  } catch (const std::exception& error) {
+    remark(error.what());
+    return kUnusable;
+  }
+  return status;
+}
+
+}  // namespace
+}  // namespace bootforge::analyze
+
+int main(int argc, char** argv) { return bootforge::analyze::run(argc, argv); }

@@ -1,0 +1,40 @@
+// What the captured messages of a run say about its plugins.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "analyze/recorded/known_names.h"
+
+namespace bootforge::analyze {
+
+/// What is said about one plugin.
+struct PluginMessages {
+  enum class Outcome { None, Activated, Failed, Skipped };
+
+  bool begun = false;
+  std::string since;  // the time of the message that it has begun, as the capture has it
+  Outcome outcome = Outcome::None;
+  std::string reason;  // of a failure
+};
+
+struct BootMessages {
+  std::map<std::string, PluginMessages, std::less<>> plugins;  // by name
+  bool readable = false;                                       // there was a message of ours
+  bool tellsSuccess = false;  // the capture is one that tells when a plugin has ended well
+};
+
+/// Which of the runs in a capture is meant.
+enum class WhichRun {
+  Last,         // the last one that mentions a known name
+  MostMentions  // the one that mentions most of the known names, of several the last
+};
+
+/// Reads a capture of standard output, of a syslog file or of the kernel's log. It may hold several
+/// runs and foreign lines, and may be cut anywhere. Names are given as `known` has them, otherwise
+/// as they stand.
+BootMessages readMessages(std::string_view capture, const KnownNames& known, WhichRun which);
+
+}  // namespace bootforge::analyze

@@ -1,0 +1,134 @@
+#include <algorithm>
+#include <unordered_set>
+
+#include "analyze/image/wait_graph.h"
+#include "analyze/verify/checks.h"
+#include "reading/nearest.h"
+
+namespace bootforge::analyze {
+namespace {
+
+using Index = WaitGraph::Index;
+
+// Comparisons of names: a hundred thousand misspelt ones are not each compared with as many others.
+constexpr std::size_t kMostComparisons = 2'000'000;
+
+class GraphCheck {
+ public:
+  GraphCheck(const Image& image, Reporter& reporter)
+      : image_(image), reporter_(reporter), graph_(image) {}
+
+  void checkMilestones() {
+    for (Index i = 0; i < graph_.size(); ++i) {
+      if (graph_.kind(i) == WaitGraph::Kind::Milestone) checkMilestone(i);
+    }
+  }
+
+  void checkCycles() {
+    for (const WaitGraph::Cycle& cycle : graph_.cycles()) {
+      const Index first = cycle.members.front();
+      const std::unordered_set<Index> members(cycle.members.begin(), cycle.members.end());
+      const std::vector<std::string> chain = namesOf(graph_, cycle.chain);
+      std::string drawn;
+      for (const std::string& name : chain) drawn += (drawn.empty() ? "" : " -> ") + name;
+      Finding& finding = addAt("cycle", first, milestoneIn(first, cycle, members),
+                               "plugins wait for each other: " + drawn);
+      finding.subject = graph_.name(first);
+      finding.members = namesOf(graph_, cycle.members);
+      finding.cycle = chain;
+      finding.blocked = cycle.blocked.size();
+      if (cycle.blocked.empty()) continue;
+      finding.help = std::to_string(cycle.blocked.size()) +
+                     (cycle.blocked.size() == 1 ? " more waits" : " more wait") + " behind them.";
+    }
+  }
+
+ private:
+  void checkMilestone(Index milestone) {
+    const WaitGraph::Indices& dependents = graph_.dependents(milestone);
+    const auto requirer = std::find_if(dependents.begin(), dependents.end(),
+                                       [this](Index index) { return !graph_.isDone(index); });
+    if (requirer == dependents.end()) return;
+    const std::string& name = graph_.name(milestone);
+    const WaitGraph::Indices& providers = graph_.prerequisites(milestone);
+    if (providers.empty()) {
+      Finding& finding = addAt("milestone-unprovided", *requirer, name,
+                               "the milestone \"" + name + "\" is not provided by any plugin");
+      finding.subject = name;
+      finding.help = nearestProvided(name);
+    } else if (std::all_of(providers.begin(), providers.end(),
+                           [this](Index index) { return graph_.isDone(index); })) {
+      std::string message = "all that provide the milestone \"" + name + "\" are left out:";
+      for (const Index provider : providers) message += " " + graph_.name(provider);
+      addAt("milestone-left-out", *requirer, name, message).subject = name;
+    }
+  }
+
+  /// A finding at the place where a plugin requires a milestone.
+  Finding& addAt(std::string_view rule, Index plugin, const std::string& milestone,
+                 const std::string& message) {
+    const Node& node = graph_.node(plugin);
+    if (const DebugLine* const line = image_.debugLineOf(node)) {
+      TextReporter text(reporter_, kDebugConfiguration, *image_.debugText());
+      return text.add(rule, line->at, graph_.name(plugin), message);
+    }
+    const PluginFile& file = *image_.fileOf(node);
+    const Description::Strings& list = file.description.requires_;
+    const auto place =
+        std::find_if(list.begin(), list.end(),
+                     [&milestone](const PlacedString& other) { return other.text == milestone; });
+    if (place == list.end()) return reporter_.add(rule, file.path, graph_.name(plugin), message);
+    TextReporter text(reporter_, file.path, file.text);
+    return text.add(rule, place->at, graph_.name(plugin), message);
+  }
+
+  /// What a member of a cycle waits for in it: on the chain that is shown, where it is part of
+  /// that.
+  std::string milestoneIn(Index member, const WaitGraph::Cycle& cycle,
+                          const std::unordered_set<Index>& members) const {
+    const auto place = std::find(cycle.chain.begin(), cycle.chain.end(), member);
+    if (place != cycle.chain.end() && std::next(place) != cycle.chain.end()) {
+      return graph_.name(*std::next(place));
+    }
+    for (const Index milestone : graph_.prerequisites(member)) {
+      const WaitGraph::Indices& providers = graph_.prerequisites(milestone);
+      if (std::any_of(providers.begin(), providers.end(),
+                      [&members](Index index) { return members.contains(index); })) {
+        return graph_.name(milestone);
+      }
+    }
+    return {};
+  }
+
+  std::string nearestProvided(const std::string& name) {
+    if (provided_.empty()) {
+      for (Index i = 0; i < graph_.size(); ++i) {
+        const bool isMilestone = graph_.kind(i) == WaitGraph::Kind::Milestone;
+        if (isMilestone && !graph_.prerequisites(i).empty()) provided_.push_back(graph_.name(i));
+      }
+    }
+    comparisons_ += provided_.size();
+    if (comparisons_ > kMostComparisons) return {};
+    std::string text;
+    for (const std::string_view nearest : nearestNames(name, provided_)) {
+      text += (text.empty() ? "Did you mean \"" : ", or \"") + std::string(nearest) + '"';
+    }
+    return text.empty() ? text : text + "?";
+  }
+
+  const Image& image_;
+  Reporter& reporter_;
+  const WaitGraph graph_;
+  std::vector<std::string_view> provided_;
+  std::size_t comparisons_ = 0;
+};
+
+}  // namespace
+
+void checkGraph(const Image& image, Reporter& reporter) {
+  GraphCheck check(image, reporter);
+  check.checkMilestones();
+  check.checkCycles();
+}
+
+}  // namespace bootforge::analyze
