@@ -478,6 +478,20 @@ TEST_F(AtomicFileStream, AFailingSyncOfTheMovedFileOnAFatVolumeShowsInTheStream)
   EXPECT_EQ(callCount("fsync"), 2) << "the folder was synced though it says nothing any more";
 }
 
+TEST_F(AtomicFileStream, ASyncThatSucceedsLaterDoesNotHideOneThatFailed) {
+  for (const long type : {0x4d44L, 0L}) {
+    doubles::resetFaults();
+    doubles::reportFileSystem(type);
+    std::filesystem::remove(kFile);
+    afstream file;
+    file.open(kFile, std::ios_base::trunc);
+    failCall("fsync", {.error = EIO});
+    file.commit();
+    EXPECT_TRUE(file.fail());
+    EXPECT_EQ(file.syncError(), EIO) << std::hex << type;
+  }
+}
+
 TEST_F(AtomicFileStream, AFileSystemWithoutSyncIsNoFailure) {
   writeFile(kFile, "old");
   afstream file;
