@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The installed bootforge-analyze over examples/broken-host, and what the documents say of its rules.
+"""The installed bootforge-analyze over examples/broken-host, and what documents say of its rules.
 
 The whole output is held by broken-host.txt, .json, .sarif and .github beside this file. After a
 meant change of it, copy the new ones from the folder that a failure names.
@@ -131,12 +131,14 @@ class Output(BrokenHost):
         os.makedirs(f"{image}/usr/libexec/bootforge/plugins")
         self.addCleanup(shutil.rmtree, image)
         names = ", ".join(f'"milestone-{number:02}"' for number in range(20))
-        with open(f"{image}/usr/libexec/bootforge/plugins/long.json", "w", encoding="utf-8") as file:
+        path = f"{image}/usr/libexec/bootforge/plugins/long.json"
+        with open(path, "w", encoding="utf-8") as file:
             file.write(f'{{"metadata": {{"version": 1, "requires": [], "provides": [{names}, 1, '
                        f'{names}]}},\n"operations": {{"start": []}}}}\n')
         self.assertIn('\n    ...estone-16", "milestone-17", "milestone-18", "milestone-19", 1, '
-                      '"milestone-00", "milestone-01", "milestone-02", "milestone-03", "milestone-04", '
-                      '"milest...\n' + 67 * " " + "^\n", self.verify(image=image))
+                      '"milestone-00", "milestone-01", "milestone-02", "milestone-03", '
+                      '"milestone-04", "milest...\n' + 67 * " " + "^\n",
+                      self.verify(image=image))
 
     def test_programs_read_this(self):
         found = self.verify_in_order("--format", "json")
@@ -196,6 +198,15 @@ class Documents(BrokenHost):
             elif match:
                 found.append((match[2], severity))
         self.assertEqual(sorted(found), sorted(self.severities().items()))
+
+    def test_the_readme_shows_what_is_said(self):
+        said = read(f"{HERE}/broken-host.txt")
+        shown = read(f"{PROJECT}/README.md").partition("verify --root examples/broken-host\n")[2]
+        shown = re.match(r"(?:    .*\n)+", shown)[0]
+        parts = re.sub("^    ", "", shown, flags=re.M).split("...\n")
+        self.assertEqual(len(parts), 5)
+        for part in parts:
+            self.assertIn(part, said)
 
     def test_the_rules_are_installed_with_the_documents(self):
         self.assertEqual(read(f"{installed()}/usr/share/doc/bootforge/rules.md"),

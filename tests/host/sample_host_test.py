@@ -185,6 +185,8 @@ class Boots(DemoCase):
             self.assertIn("\n0 errors, 2 warnings, 3 notes\n== booting it", demo.text)
             self.assertIn("    | entropy_check: chi-squared of 65536 bytes is ", demo.text)
             self.assertIn("<p>The daemons are up.\n", demo.text)
+            self.assertRegex(demo.text, r"\n    lines from bootforge: [4-9]\d\n")
+            self.assertEqual(len(re.findall(r" syslogd -n .*\n", demo.text)), 1)
         results = serial.results()
         self.assertEqual(results, parallel.results())
         self.assertEqual({name for name in results if results[name] != "activated"}, FAILING)
