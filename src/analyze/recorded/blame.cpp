@@ -4,6 +4,7 @@
 #include <boost/json/array.hpp>
 #include <utility>
 
+#include "analyze/output/json_output.h"
 #include "analyze/recorded/boot_summary.h"
 #include "analyze/recorded/rows.h"
 #include "analyze/recorded/text_table.h"
@@ -92,7 +93,7 @@ Answer blame(const Timeline& timeline, BlameOrder order, Format format, const Te
       {"workers", timeline.workers},
       {"kernel_us",
        timeline.kernelMicroseconds ? json::value(*timeline.kernelMicroseconds) : json::value()}};
-  answer.output = lineOf({{"boot", std::move(boot)}, {"plugins", std::move(rows)}});
+  answer.output = prettyJson(json::object{{"boot", std::move(boot)}, {"plugins", std::move(rows)}});
   return answer;
 }
 
