@@ -5,6 +5,7 @@
 
 #include "analyze/recorded/blame.h"
 #include "tests/unit/analyze_recorded/recorded_boot.h"
+#include "util/utf8.h"
 
 namespace bootforge::analyze {
 namespace {
@@ -159,6 +160,22 @@ TEST(Blame, OrderIsTheOneAskedFor) {
   EXPECT_THAT(names(BlameOrder::Run), ElementsAre("b", "a", "d", "c", "never"));
   EXPECT_THAT(names(BlameOrder::Wait), ElementsAre("c", "b", "a", "d", "never"));
   EXPECT_THAT(names(BlameOrder::Slack), ElementsAre("b", "c", "a", "d", "never"));
+}
+
+TEST(Blame, BarsFitTheTerminal) {
+  const Timeline timeline = makeTimeline(
+      boot({ran("network-interfaces-of-the-host", 0, 999'000), ran("b", 999'000, 1'999'000)}), {},
+      nullptr);
+  for (const std::size_t width : {80U, 100U, 132U, 200U}) {
+    const std::string text =
+        blame(timeline, BlameOrder::Start, Format::Text, {width, false}).output;
+    EXPECT_NE(text.find("█"), std::string::npos) << width;
+    for (std::size_t begin = text.find("start"); begin < text.size();) {
+      const std::size_t end = text.find('\n', begin);
+      EXPECT_LE(displayWidth(text.substr(begin, end - begin)), width);
+      begin = end + 1;
+    }
+  }
 }
 
 TEST(Blame, TextFitsTheWidthAndHoldsNoColours) {
