@@ -75,7 +75,9 @@ void Image::readFile(const std::string& name, const UniqueFd* folder) {
   file.entry = entryOf(name);
   if (file.entry.kind == Entry::Kind::Debug) {
     for (const DebugLine& line : debugLines_) {
-      if (line.entry && line.entry->name == file.entry.baseName) addInjection(line);
+      if (!line.entry || line.entry->name != file.entry.baseName) continue;
+      addInjection(line);
+      file.hasInjection = true;
     }
   }
   const bool isRead =

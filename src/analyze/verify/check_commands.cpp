@@ -72,18 +72,18 @@ class CommandLines {
 
  private:
   void check(const PlacedString& line, TextReporter& text) {
-    // What goes over the socket ends at a zero byte.
-    const std::string sent = line.text.c_str();
-    if (isStopRequest(sent.c_str())) {
-      text.add("command-is-stop", line.at, sent,
-               "the command line begins with \"" + sent.substr(0, kStopRequest.size()) +
-                   "\", which stops the executor");
-      return;
-    }
+    // What goes over the socket ends at a zero byte, and what is too long is cut.
+    std::string sent = line.text.c_str();
     if (sent.size() > kRequestLimit) {
       text.add("command-too-long", line.at, sent.substr(0, sent.find(' ')),
                "the command line has " + std::to_string(sent.size()) +
                    " bytes, and would be cut at " + std::to_string(kRequestLimit));
+      sent.resize(kRequestLimit);
+    }
+    if (isStopRequest(sent.c_str())) {
+      text.add("command-is-stop", line.at, sent,
+               "the command line begins with \"" + sent.substr(0, kStopRequest.size()) +
+                   "\", which stops the executor");
       return;
     }
     const host_linux::CommandLine parsed = host_linux::parseLine(sent);
