@@ -3,8 +3,11 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <map>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 #include "analyze/image/init_folder.h"
@@ -23,6 +26,31 @@ const auto* itemOf(const std::unordered_map<const Node*, std::size_t>& places, c
                    const Node& node) {
   const auto place = places.find(&node);
   return place == places.end() ? nullptr : &items[place->second];
+}
+
+/// Reads a file of a kind that is read, and keeps what it says. Any thread.
+void readPluginFile(const RootFolder& root, const UniqueFd& folder, PluginFile* file) {
+  const Entry::Kind kind = file->entry.kind;
+  if (kind != Entry::Kind::Json && kind != Entry::Kind::Native) {
+    file->status = root.status(file->path);
+    return;
+  }
+  FileStatus status;
+  std::optional<std::string> text = folder ? root.readEntry(folder, file->name, file->path, &status)
+                                           : root.read(file->path, &status);
+  if (!text) file->error = errno;
+  if (status.mode != 0) file->status = status;
+  if (!text) return;
+  if (kind == Entry::Kind::Native) {
+    file->native = readNativeObject(*text);
+    return;
+  }
+  const JsonText json(*std::move(text));
+  file->text = json.text();
+  file->syntaxError = json.error();
+  file->syntaxErrorAt = json.errorAt();
+  file->description = readDescription(json);
+  file->remarks = remarksOn(json, file->description);
 }
 
 }  // namespace
@@ -50,80 +78,79 @@ bool Image::isEnumerated() const {
 void Image::readPlugins() {
   debugText_ = root_.read(kDebugConfiguration);
   if (debugText_) debugLines_ = readDebugConfiguration(*debugText_);
-  if (!options_.plugins.empty()) {
-    files_.reserve(options_.plugins.size());
-    for (const std::string& name : options_.plugins) readFile(name, nullptr);
-    return;
-  }
-  const UniqueFd folder = root_.open(pluginDirectory_, O_RDONLY | O_DIRECTORY);
-  const std::optional<std::vector<std::string>> names = root_.list(pluginDirectory_);
-  if (!names) {
-    pluginDirectoryError_ = errno;
-    return;
+  std::optional<std::vector<std::string>> names = options_.plugins;
+  UniqueFd folder;
+  if (options_.plugins.empty()) {
+    folder = root_.open(pluginDirectory_, O_RDONLY | O_DIRECTORY);
+    names = root_.list(pluginDirectory_);
+    if (!names) {
+      pluginDirectoryError_ = errno;
+      return;
+    }
   }
   files_.reserve(names->size());
-  for (const std::string& name : *names) readFile(name, &folder);
+  fileOfNode_.reserve(names->size());
+  for (const std::string& name : *names) {
+    PluginFile& file = files_.emplace_back();
+    file.name = name;
+    file.path = joined(pluginDirectory_, name);
+    file.entry = entryOf(name);
+  }
+  readFiles(folder);
+  for (std::size_t i = 0; i < files_.size(); ++i) linkFile(i);
+  if (!options_.plugins.empty()) return;
   for (const DebugLine& line : debugLines_) {
     if (line.entry) addInjection(line);
   }
 }
 
-void Image::readFile(const std::string& name, const UniqueFd* folder) {
-  PluginFile& file = files_.emplace_back();
-  file.name = name;
-  file.path = joined(pluginDirectory_, name);
-  file.entry = entryOf(name);
+void Image::readFiles(const UniqueFd& folder) {
+  constexpr std::size_t kFilesAThread = 500;
+  std::atomic<std::size_t> next{0};
+  const auto work = [&] {
+    for (std::size_t i = next++; i < files_.size(); i = next++) {
+      readPluginFile(root_, folder, &files_[i]);
+    }
+  };
+  const std::size_t wanted =
+      std::min<std::size_t>(std::thread::hardware_concurrency(), files_.size() / kFilesAThread);
+  std::vector<std::jthread> helpers;
+  try {
+    while (helpers.size() + 1 < wanted) helpers.emplace_back(work);
+  } catch (const std::system_error&) {
+    // Fewer do it as well.
+  }
+  work();
+}
+
+void Image::linkFile(std::size_t index) {
+  PluginFile& file = files_[index];
+  const std::string& name = file.entry.baseName;
+  BarrierRegistry& barriers = catalogue_.barriers;
   if (file.entry.kind == Entry::Kind::Debug) {
     for (const DebugLine& line : debugLines_) {
-      if (!line.entry || line.entry->name != file.entry.baseName) continue;
+      if (!line.entry || line.entry->name != name) continue;
       addInjection(line);
       file.hasInjection = true;
     }
   }
-  const bool isRead =
-      file.entry.kind == Entry::Kind::Json || file.entry.kind == Entry::Kind::Native;
-  if (!isRead) {
-    file.status = root_.status(file.path);
-    return;
-  }
-  FileStatus status;
-  std::optional<std::string> text = folder != nullptr
-                                        ? root_.readEntry(*folder, name, file.path, &status)
-                                        : root_.read(file.path, &status);
-  if (!text) file.error = errno;
-  if (text || status.mode != 0) file.status = status;
-  if (!text) return;
+  if (file.error != 0) return;
   if (file.entry.kind == Entry::Kind::Json) {
-    readDescriptionFile(file, *std::move(text));
-  } else {
-    readNativeFile(file, *std::move(text));
+    try {
+      admitPlugin(index, std::make_unique<JSONPlugin>(name, file.path, file.description, barriers));
+    } catch (const InvalidPluginException&) {
+      // Its faults stand in the description.
+    }
+  } else if (file.entry.kind == Entry::Kind::Native && file.native.isGood()) {
+    admitPlugin(index,
+                std::make_unique<NativePlugin>(name, file.path, file.native.record, barriers));
   }
 }
 
-void Image::readDescriptionFile(PluginFile& file, std::string text) {
-  const JsonText json(std::move(text));
-  file.text = json.text();
-  file.syntaxError = json.error();
-  file.syntaxErrorAt = json.errorAt();
-  file.description = readDescription(json);
-  file.remarks = remarksOn(json, file.description);
-  try {
-    auto plugin = std::make_unique<JSONPlugin>(file.entry.baseName, file.path, file.description,
-                                               catalogue_.barriers);
-    file.admission = admit(std::move(plugin), file.entry.baseName, options_.selection, catalogue_);
-    fileOfNode_[file.admission.plugin] = files_.size() - 1;
-  } catch (const InvalidPluginException&) {
-    // Its faults stand in the description.
-  }
-}
-
-void Image::readNativeFile(PluginFile& file, std::string bytes) {
-  file.native = readNativeObject(bytes);
-  if (!file.native.isGood()) return;
-  auto plugin = std::make_unique<NativePlugin>(file.entry.baseName, file.path, file.native.record,
-                                               catalogue_.barriers);
+void Image::admitPlugin(std::size_t index, std::unique_ptr<Plugin> plugin) {
+  PluginFile& file = files_[index];
+  fileOfNode_[plugin.get()] = index;
   file.admission = admit(std::move(plugin), file.entry.baseName, options_.selection, catalogue_);
-  fileOfNode_[file.admission.plugin] = files_.size() - 1;
 }
 
 void Image::addInjection(const DebugLine& line) {

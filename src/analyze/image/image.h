@@ -98,9 +98,11 @@ class Image {
 
  private:
   void readPlugins();
-  void readFile(const std::string& name, const UniqueFd* folder);
-  void readDescriptionFile(PluginFile& file, std::string text);
-  void readNativeFile(PluginFile& file, std::string bytes);
+  /// Reads what is in files_, on several threads when there are many.
+  void readFiles(const UniqueFd& folder);
+  /// Makes the plugin of a file that was read.
+  void linkFile(std::size_t index);
+  void admitPlugin(std::size_t index, std::unique_ptr<Plugin> plugin);
   void addInjection(const DebugLine& line);
   void readScripts();
   void linkScripts();
