@@ -1,3 +1,6 @@
+#include <unistd.h>
+
+#include <cstdint>
 #include <memory>
 
 #include "analyze/common_options.h"
@@ -18,7 +21,9 @@ std::string render(const Findings& findings, const VerifyOptions& options) {
   if (options.isJson()) return renderJson(findings);
   if (options.format == "sarif") return renderSarif(findings);
   if (options.format == "github") return renderGithub(findings);
-  return renderText(findings, isColourful(options));
+  // What goes to a file or a pipe stays in one piece: others search it.
+  const bool isShown = options.output.empty() && ::isatty(STDOUT_FILENO) == 1;
+  return renderText(findings, isColourful(options), isShown ? terminalWidth(options) : SIZE_MAX);
 }
 
 std::string listOfRules() {

@@ -4,14 +4,17 @@
 verbs_test.py ANALYZER [TEST...]
 """
 
+import fcntl
 import os
 import pty
 import resource
 import shutil
 import signal
 import stat
+import struct
 import subprocess
 import tempfile
+import termios
 
 import image
 from image import COMMANDS, PLUGINS, ImageCase
@@ -124,8 +127,9 @@ class Output(ImageCase):
 
 
 class Text(ImageCase):
-    def in_terminal(self, **environment):
+    def in_terminal(self, columns=80, **environment):
         reader, writer = pty.openpty()
+        fcntl.ioctl(writer, termios.TIOCSWINSZ, struct.pack("HHHH", 25, columns, 0, 0))
         names = ("NO_COLOR", "TERM")
         inherited = {key: value for key, value in os.environ.items() if key not in names}
         process = subprocess.Popen([image.ANALYZE, "verify", "--root", self.image.root],
@@ -149,6 +153,15 @@ class Text(ImageCase):
         self.assertNotIn(ESCAPE, self.in_terminal(NO_COLOR="1"))
         self.assertNotIn(ESCAPE, self.in_terminal(TERM="dumb"))
         self.assertNotIn(ESCAPE, self.verify().text)
+
+    def test_terminals_width_is_kept(self):
+        self.image.put(PLUGINS + "/bad.json", "x" * 200)
+        for columns in [40, 60, 80, 120]:
+            lines = self.in_terminal(columns=columns, NO_COLOR="1").splitlines()
+            below = [line for line in lines if line.startswith("    ")]
+            self.assertGreaterEqual(len(below), 3)
+            self.assertLessEqual(max(map(len, below)), columns)
+        self.assertIn("x" * 90, self.verify().text)
 
     def test_control_characters_are_shown_and_not_sent(self):
         name = b"evil\x1b[2J\x7f\n\xc2\x9b\xff"
@@ -309,6 +322,8 @@ class Planning(ImageCase):
             answer = self.analyze(*arguments)
             self.assertEqual((answer.status, answer.bytes), (2, b""))
             self.assertIn('"first"', answer.error)
+        for arguments in [["why", ""], ["why", "first", ""], ["dot", "--around="]]:
+            self.assertEqual(self.analyze(*arguments).status, 2, arguments)
 
     def test_graphviz_accepts_the_drawing(self):
         graphviz = shutil.which("dot")

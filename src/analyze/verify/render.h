@@ -1,14 +1,16 @@
 // Findings as text for people and for other programs.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "analyze/verify/finding.h"
 
 namespace bootforge::analyze {
 
-/// For people: each finding with the line it is about, and the sum last.
-std::string renderText(const Findings& findings, bool isColourful);
+/// For people: each finding with the line it is about, and the sum last. What stands below a
+/// finding is fitted to the width, in columns.
+std::string renderText(const Findings& findings, bool isColourful, std::size_t width);
 
 std::string renderJson(const Findings& findings);
 
