@@ -1,7 +1,8 @@
 // bootforge-analyze: looks into an image before it boots, and into a boot after it.
 
 #include <CLI/CLI.hpp>
-#include <iostream>
+#include <algorithm>
+#include <utility>
 
 #include "analyze/common_options.h"
 #include "analyze/verbs.h"
@@ -19,8 +20,19 @@ int run(int argc, char** argv) {
   addPlan(app, status);
   addWhy(app, status);
   addDot(app, status);
+  addBlame(app, status);
+  addCriticalChain(app, status);
+  addStuck(app, status);
+  addPlot(app, status);
+  addSimulate(app, status);
+  addDiff(app, status);
+  addGate(app, status);
+  addExport(app, status);
+  addFleet(app, status);
   try {
-    app.parse(argc, argv);
+    std::vector<std::string> words = markSides(argc, argv);
+    std::reverse(words.begin(), words.end());  // as the parser wants them
+    app.parse(std::move(words));
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kGood : kUnusable;
   } catch (const std::exception& error) {

@@ -7,9 +7,9 @@
 #include <cmath>
 #include <utility>
 
+#include "analyze/output/json_output.h"
 #include "analyze/recorded/boot_sample.h"
 #include "analyze/recorded/rank_test.h"
-#include "analyze/recorded/rows.h"
 #include "analyze/recorded/text_table.h"
 
 namespace bootforge::analyze {
@@ -128,9 +128,9 @@ class Report {
       for (auto& [key, value] : asJson(change)) plugin[key] = value;
       plugins.emplace_back(std::move(plugin));
     }
-    return lineOf({{"boot", asJson(boot_)},
-                   {"plugins", std::move(plugins)},
-                   {"regressions", jsonTexts(regressions())}});
+    return prettyJson(json::object{{"boot", asJson(boot_)},
+                                   {"plugins", std::move(plugins)},
+                                   {"regressions", jsonTexts(regressions())}});
   }
 
   std::string text(const TextStyle& style) const {
