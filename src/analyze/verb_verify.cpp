@@ -1,6 +1,3 @@
-#include <unistd.h>
-
-#include <cstdint>
 #include <memory>
 
 #include "analyze/common_options.h"
@@ -21,9 +18,7 @@ std::string render(const Findings& findings, const VerifyOptions& options) {
   if (options.isJson()) return renderJson(findings);
   if (options.format == "sarif") return renderSarif(findings);
   if (options.format == "github") return renderGithub(findings);
-  // What goes to a file or a pipe stays in one piece: others search it.
-  const bool isShown = options.output.empty() && ::isatty(STDOUT_FILENO) == 1;
-  return renderText(findings, isColourful(options), isShown ? terminalWidth(options) : SIZE_MAX);
+  return renderText(findings, isColourful(options), terminalColumns(options));
 }
 
 std::string listOfRules() {

@@ -201,6 +201,35 @@ class RecordedVerbs(unittest.TestCase):
         self.assertEqual(told["recorded"], {"makespan": 2900000, "workers": 3})
         self.assertEqual(told["runs"][0]["makespan"], 600300 + 399750 + 499950 + 1399980 + 100)
 
+    def test_what_is_left_out_is_neither_simulated_nor_awaited(self):
+        self.describe("extra", ["net"], [], ["x y"])
+        order = lambda *words: self.ask("simulate", "--workers", 1, *words)["runs"][0]["order"]
+        self.assertIn("extra", order())
+        self.assertNotIn("extra", order("--disable-plugins", "extra"))
+        self.assertNotIn("extra", order("--without", "extra"))
+        capture = self.file("kernel", "".join(
+            f"bootforge: Activating Bootforge plugin {name}.\n"
+            f"bootforge: Bootforge plugin {name} activated.\n" for name, _, _ in BOOT))
+        told = self.ask("stuck", "--messages", capture, status=1)
+        self.assertEqual(told["waiting"], [{"name": "extra", "for": []}])
+        self.ask("stuck", "--messages", capture, "--disable-plugins=extra")
+
+    def test_commands_are_those_that_the_boot_would_carry_out(self):
+        (self.plugins / "log.json").write_text(json.dumps(
+            {"metadata": {"version": 2, "requires": ["disk"], "provides": ["log"]},
+             "operations": {"start": ["log start"], "apply_host_profile": []}}))
+        self.assertEqual(self.row("log")["work"], 499950)
+        (self.root / "etc/nimbus").mkdir(parents=True)
+        (self.root / "etc/nimbus/hostprofile.xml").write_text("")
+        self.assertEqual(self.row("log")["work"], 699900, "a host profile asks for no command")
+
+    def test_injections_are_plugins_of_the_boot(self):
+        configuration = self.root / "etc/nimbus/bootforge/debug.conf"
+        configuration.parent.mkdir(parents=True)
+        configuration.write_text("probe:probed:net:/bin/true\n")
+        self.log.write_text(boot_log(BOOT + [("probe", 1300000, 1300005)]))
+        self.assertEqual(self.row("probe")["wait_milestones"], 1200000)
+
     def test_simulation_says_what_it_cannot_use(self):
         for words in ([], ["--workers", "0"], ["--workers", "two"],
                       ["--workers", "1", "--set", "web"], ["--workers", "1", "--set", "web=-1"],
@@ -257,6 +286,9 @@ class RecordedVerbs(unittest.TestCase):
         for limits, status in (("5", 1), ("19", 1), ("20", 0), ("5,199", 1), ("5,200", 0)):
             self.ask("gate", "--max-regression", limits, *old, "--", *new, root=False, status=status)
         self.ask("gate", "--max-regression", "0", *new, "--", *old, root=False)
+        text = self.run_verb("diff", *old, "--", *new, root=False)
+        self.assertIn("2 regressions", text.splitlines()[1])
+        self.assertRegex(text, r"significant \(p = 0.0079\)  regression  a\n")
 
     def test_comparison_wants_two_sides(self):
         log = self.logs("old", [1000])[0]

@@ -161,7 +161,7 @@ class Text(ImageCase):
             below = [line for line in lines if line.startswith("    ")]
             self.assertGreaterEqual(len(below), 3)
             self.assertLessEqual(max(map(len, below)), columns)
-        self.assertIn("x" * 90, self.verify().text)
+        self.assertIn("x" * 90 + "...\n", self.verify().text)
 
     def test_control_characters_are_shown_and_not_sent(self):
         name = b"evil\x1b[2J\x7f\n\xc2\x9b\xff"

@@ -151,10 +151,12 @@ class Report {
     const std::size_t count = regressions().size();
     text += count == 0 ? "\n"
                        : "; " + coloured(counted(count, "regression"), Colour::Red, style) + "\n";
-    TextTable table({">before", ">after", ">difference", ">", "", "name"});
+    TextTable table({">before", ">after", ">difference", ">", "", "", "name"});
     for (const Change& plugin : plugins_) {
       table.add({medianText(plugin.before), medianText(plugin.after), differenceText(plugin, style),
-                 percentText(plugin), evidenceText(plugin), fitted(plugin.name, style.width)});
+                 percentText(plugin), evidenceText(plugin),
+                 plugin.isRegression ? coloured("regression", Colour::Red, style) : std::string(),
+                 fitted(plugin.name, style.width)});
     }
     return text + '\n' + table.text(style);
   }

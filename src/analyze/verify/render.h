@@ -2,15 +2,17 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 
 #include "analyze/verify/finding.h"
 
 namespace bootforge::analyze {
 
-/// For people: each finding with the line it is about, and the sum last. What stands below a
-/// finding is fitted to the width, in columns.
-std::string renderText(const Findings& findings, bool isColourful, std::size_t width);
+/// For people: each finding with the line it is about, and the sum last. Lines keep within
+/// `columns`, all but the one that says what was found.
+std::string renderText(const Findings& findings, bool isColourful,
+                       std::optional<std::size_t> columns = {});
 
 std::string renderJson(const Findings& findings);
 
