@@ -120,7 +120,7 @@ TEST_F(VerifyGraph, CycleNamesItsMembersAShortestChainAndWhoIsBlocked) {
   EXPECT_THAT(found.members, ElementsAre("a", "b", "c"));
   EXPECT_THAT(found.cycle, ElementsAre("a", "b-up", "b", "a-up", "a"));
   EXPECT_EQ(found.blocked, 2U);
-  EXPECT_EQ(found.help, "Behind them wait 2 more.");
+  EXPECT_EQ(found.help, "2 more wait behind them.");
 }
 
 TEST_F(VerifyGraph, CycleStandsAtItsFirstMemberThoughTheShortestChainIsElsewhere) {
