@@ -72,13 +72,13 @@ class CommandLines {
 
  private:
   void check(const PlacedString& line, TextReporter& text) {
-    // What goes over the socket ends at a zero byte, and what is too long is cut.
-    std::string sent = line.text.c_str();
+    // What goes over the socket ends at a zero byte. What is too long is judged as it stands: that
+    // it is cut has been said.
+    const std::string sent = line.text.c_str();
     if (sent.size() > kRequestLimit) {
       text.add("command-too-long", line.at, sent.substr(0, sent.find(' ')),
                "the command line has " + std::to_string(sent.size()) +
                    " bytes, and would be cut at " + std::to_string(kRequestLimit));
-      sent.resize(kRequestLimit);
     }
     if (isStopRequest(sent.c_str())) {
       text.add("command-is-stop", line.at, sent,
