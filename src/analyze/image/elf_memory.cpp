@@ -32,6 +32,14 @@ Effect effectOf(std::uint16_t machine, std::uint64_t type) {
   }
 }
 
+bool areRelocationsKnown(std::uint16_t machine) {
+  return machine == EM_X86_64 || machine == EM_AARCH64 || machine == EM_RISCV ||
+         machine == EM_PPC64;
+}
+
+constexpr std::int64_t kPackedRelocations = 36;  // DT_RELR, which older headers do not have
+constexpr std::int64_t kPackedRelocationsSize = 35;
+
 }  // namespace
 
 ElfMemory::ElfMemory(std::string_view file) : file_(file) {
@@ -51,6 +59,8 @@ ElfMemory::ElfMemory(std::string_view file) : file_(file) {
     fail("cannot dynamically load position-independent executable");
   }
   readRelocations(dynamic(DT_RELA).value_or(0), dynamic(DT_RELASZ).value_or(0));
+  readPackedRelocations(dynamic(kPackedRelocations).value_or(0),
+                        dynamic(kPackedRelocationsSize).value_or(0));
 }
 
 void ElfMemory::readHeaders() {
@@ -100,10 +110,34 @@ void ElfMemory::readRelocations(std::uint64_t address, std::uint64_t size) {
     GElf_Sym symbol{};
     const bool isRead = readSymbol(GELF_R_SYM(*info), &symbol);
     if (isRead && symbol.st_shndx != SHN_UNDEF) {
-      relocated_[*offset] = {true, symbol.st_value + *addend};
+      relocated_[*offset] = {true, symbol.st_value + *addend, symbol.st_shndx == SHN_ABS};
     } else {
       relocated_[*offset] = {false, 0};
     }
+  }
+}
+
+// Addresses of pointers to be moved with the object, each followed by bitmaps, whose lowest bit is
+// set, for the 63 pointers behind it.
+void ElfMemory::readPackedRelocations(std::uint64_t address, std::uint64_t size) {
+  constexpr std::uint64_t kPointer = 8;
+  size = std::min<std::uint64_t>(size, file_.size());
+  std::uint64_t next = 0;
+  const auto relocate = [this](std::uint64_t place) {
+    if (const auto value = read<std::uint64_t>(place)) relocated_[place] = {true, *value};
+  };
+  for (std::uint64_t at = 0; at + kPointer <= size; at += kPointer) {
+    const auto entry = read<std::uint64_t>(address + at);
+    if (!entry) return;
+    if ((*entry & 1) == 0) {
+      relocate(*entry);
+      next = *entry + kPointer;
+      continue;
+    }
+    for (std::uint64_t bits = *entry >> 1, place = next; bits != 0; bits >>= 1, place += kPointer) {
+      if ((bits & 1) != 0) relocate(place);
+    }
+    next += 63 * kPointer;
   }
 }
 
@@ -157,7 +191,7 @@ std::optional<ElfMemory::Pointer> ElfMemory::readPointer(std::uint64_t address) 
   if (place != relocated_.end()) return place->second;
   const auto value = read<std::uint64_t>(address);
   if (!value) return std::nullopt;
-  return Pointer{true, *value};
+  return Pointer{true, *value, *value != 0 && areRelocationsKnown(machine())};
 }
 
 std::optional<std::string> ElfMemory::readText(std::uint64_t address) const {
@@ -234,7 +268,7 @@ std::optional<ElfMemory::Symbol> ElfMemory::findSymbol(std::string_view name) co
     if (!text.starts_with(name) || text.size() <= name.size() || text[name.size()] != '\0')
       continue;
     if (symbol.st_value == 0) return std::nullopt;
-    return Symbol{symbol.st_value, symbol.st_size};
+    return Symbol{symbol.st_value, symbol.st_size, symbol.st_shndx == SHN_ABS};
   }
   return std::nullopt;
 }

@@ -21,12 +21,14 @@ class ElfMemory {
   /// A symbol that the object defines.
   struct Symbol {
     std::uint64_t address = 0;
-    std::uint64_t size = 0;  // 0 where the object does not say
+    std::uint64_t size = 0;   // 0 where the object does not say
+    bool isAbsolute = false;  // it does not move with the object, so nothing of it is there
   };
   /// A pointer after relocation: none for one that another object fills.
   struct Pointer {
     bool isKnown = true;
     std::uint64_t address = 0;
+    bool isAbsolute = false;  // no relocation made it point into the object
   };
 
   explicit ElfMemory(std::string_view file);
@@ -54,6 +56,7 @@ class ElfMemory {
   void readHeaders();
   void readDynamic(std::uint64_t offset, std::uint64_t size);
   void readRelocations(std::uint64_t address, std::uint64_t size);
+  void readPackedRelocations(std::uint64_t address, std::uint64_t size);
   std::uint64_t symbolCount() const;
   bool readSymbol(std::uint64_t index, GElf_Sym* symbol) const;
   /// The bytes that the file has from an address on, to the end of its segment's part in the file.

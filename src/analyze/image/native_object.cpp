@@ -37,6 +37,10 @@ class RecordReader {
   }
 
   void readOperations(const ElfMemory::Symbol& symbol) {
+    if (symbol.isAbsolute) {
+      isWild_ = true;
+      return;
+    }
     if (isShort(symbol, native::kOperationsSize)) {
       object_.recordFaults.emplace_back(native::kShortOperations);
       return;
@@ -49,7 +53,7 @@ class RecordReader {
   void readMetadata(const ElfMemory::Symbol& symbol) {
     NativeRecord& record = object_.record;
     const auto version = memory_.readInt32(symbol.address);
-    if (!version) {
+    if (!version || symbol.isAbsolute) {
       isWild_ = true;
       return;
     }
@@ -70,14 +74,26 @@ class RecordReader {
     record.disablingFlags = namesAt(at + offsetof(bootforge_metadata, disabling_flags));
     const auto runOnce = memory_.readByte(at + offsetof(bootforge_metadata, run_once));
     record.runOnce = runOnce.value_or(0) != 0;
-    const auto text = pointerAt(at + offsetof(bootforge_metadata, plugin_version));
-    if (text && text->isKnown && text->address != 0) record.pluginVersion = textAt(text->address);
+    const auto text = targetAt(at + offsetof(bootforge_metadata, plugin_version));
+    if (text) record.pluginVersion = textAt(*text);
   }
 
   std::optional<ElfMemory::Pointer> pointerAt(std::uint64_t address) {
     auto pointer = memory_.readPointer(address);
     if (!pointer) isWild_ = true;
     return pointer;
+  }
+
+  /// Where a pointer leads to in the object; nothing for a null pointer, and for one that another
+  /// object fills, which cannot be known.
+  std::optional<std::uint64_t> targetAt(std::uint64_t address) {
+    const auto pointer = pointerAt(address);
+    if (!pointer || !pointer->isKnown || pointer->address == 0) return std::nullopt;
+    if (pointer->isAbsolute) {
+      isWild_ = true;
+      return std::nullopt;
+    }
+    return pointer->address;
   }
 
   std::string textAt(std::uint64_t address) {
@@ -90,15 +106,15 @@ class RecordReader {
     return *std::move(text);
   }
 
-  /// The array that a field points to. What another object fills cannot be known.
+  /// The array that a field points to.
   std::vector<std::string> namesAt(std::uint64_t field) {
     std::vector<std::string> names;
-    const auto array = pointerAt(field);
-    if (!array || !array->isKnown || array->address == 0) return names;
-    for (std::uint64_t at = array->address;; at += 8) {
-      const auto name = pointerAt(at);
-      if (!name || !name->isKnown || name->address == 0) return names;
-      names.push_back(textAt(name->address));
+    const auto array = targetAt(field);
+    if (!array) return names;
+    for (std::uint64_t at = *array;; at += 8) {
+      const auto name = targetAt(at);
+      if (!name) return names;
+      names.push_back(textAt(*name));
       if (isWild_) return names;
     }
   }
