@@ -197,6 +197,7 @@ void addPlan(CLI::App& app, int& status) {
   CLI::App* const verb = app.add_subcommand("plan", "in which order one worker would run");
   const auto options = std::make_shared<PlanOptions>();
   addImageOptions(*verb, *options);
+  addBootOptions(*verb, *options);
   addOutputOptions(*verb, *options, {"text", "json"});
   verb->add_flag("--reverse", options->reverse, "with --daemons: a stop");
   verb->callback([options, &status] { status = runPlan(*options); });
@@ -209,6 +210,7 @@ void addWhy(CLI::App& app, int& status) {
   verb->add_option("A", options->from, "the plugin")->required();
   verb->add_option("B", options->to, "another plugin: by which chains A waits for it");
   addImageOptions(*verb, *options);
+  addBootOptions(*verb, *options);
   addOutputOptions(*verb, *options, {"text", "json"});
   verb->callback([options, &status] { status = runWhy(*options); });
 }
@@ -217,6 +219,7 @@ void addDot(CLI::App& app, int& status) {
   CLI::App* const verb = app.add_subcommand("dot", "draws the graph for Graphviz");
   const auto options = std::make_shared<DotOptions>();
   addImageOptions(*verb, *options);
+  addBootOptions(*verb, *options);
   addOutputOptions(*verb, *options, {"text", "json"});
   verb->add_option("--around", options->around, "only what is near that plugin or milestone")
       ->option_text("NAME");
