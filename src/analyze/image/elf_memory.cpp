@@ -11,24 +11,30 @@ namespace {
 [[noreturn]] void fail(const char* reason) { throw std::invalid_argument(reason); }
 
 /// What a relocation does to the pointer at its place.
-enum class Effect { None, Relative, Symbol };
+enum class Effect { None, Relative, Symbol, Unknown };
+
+// Relative relocations as bits of a map; not every <elf.h> knows their tags.
+constexpr std::int64_t kPackedRelocationsSize = 35;
+constexpr std::int64_t kPackedRelocations = 36;
 
 Effect effectOf(std::uint16_t machine, std::uint64_t type) {
+  if (type == 0) return Effect::None;  // on every machine
   switch (machine) {
     case EM_X86_64:
       if (type == R_X86_64_RELATIVE) return Effect::Relative;
-      return type == R_X86_64_64 || type == R_X86_64_GLOB_DAT ? Effect::Symbol : Effect::None;
+      return type == R_X86_64_64 || type == R_X86_64_GLOB_DAT ? Effect::Symbol : Effect::Unknown;
     case EM_AARCH64:
       if (type == R_AARCH64_RELATIVE) return Effect::Relative;
-      return type == R_AARCH64_ABS64 || type == R_AARCH64_GLOB_DAT ? Effect::Symbol : Effect::None;
+      return type == R_AARCH64_ABS64 || type == R_AARCH64_GLOB_DAT ? Effect::Symbol
+                                                                   : Effect::Unknown;
     case EM_RISCV:
       if (type == R_RISCV_RELATIVE) return Effect::Relative;
-      return type == R_RISCV_64 ? Effect::Symbol : Effect::None;
+      return type == R_RISCV_64 ? Effect::Symbol : Effect::Unknown;
     case EM_PPC64:
       if (type == R_PPC64_RELATIVE) return Effect::Relative;
-      return type == R_PPC64_ADDR64 ? Effect::Symbol : Effect::None;
+      return type == R_PPC64_ADDR64 ? Effect::Symbol : Effect::Unknown;
     default:
-      return Effect::None;
+      return Effect::Unknown;
   }
 }
 
@@ -49,6 +55,8 @@ ElfMemory::ElfMemory(std::string_view file) : file_(file) {
   if (flags && (*flags & DF_1_PIE) != 0) {
     fail("cannot dynamically load position-independent executable");
   }
+  readPackedRelocations(dynamic(kPackedRelocations).value_or(0),
+                        dynamic(kPackedRelocationsSize).value_or(0));
   readRelocations(dynamic(DT_RELA).value_or(0), dynamic(DT_RELASZ).value_or(0));
 }
 
@@ -94,15 +102,43 @@ void ElfMemory::readRelocations(std::uint64_t address, std::uint64_t size) {
     const auto addend = read<std::uint64_t>(address + at + 16);
     if (!offset || !info || !addend) return;
     const Effect effect = effectOf(machine(), GELF_R_TYPE(*info));
-    if (effect == Effect::Relative) relocated_[*offset] = {true, *addend};
-    if (effect != Effect::Symbol) continue;
+    if (effect == Effect::None) continue;
+    Pointer& pointer = relocated_[*offset];
+    pointer = {Pointer::Kind::Elsewhere, 0};
     GElf_Sym symbol{};
-    const bool isRead = readSymbol(GELF_R_SYM(*info), &symbol);
-    if (isRead && symbol.st_shndx != SHN_UNDEF) {
-      relocated_[*offset] = {true, symbol.st_value + *addend};
-    } else {
-      relocated_[*offset] = {false, 0};
+    if (effect == Effect::Relative) {
+      pointer = {Pointer::Kind::Here, *addend};
+    } else if (effect == Effect::Symbol && readSymbol(GELF_R_SYM(*info), &symbol) &&
+               symbol.st_shndx != SHN_UNDEF) {
+      pointer = {Pointer::Kind::Here, symbol.st_value + *addend};
     }
+  }
+}
+
+// An even word is the place of a pointer; the bits of an odd one tell which of the 63 words behind
+// it are pointers too. Each holds the address before relocation.
+void ElfMemory::readPackedRelocations(std::uint64_t address, std::uint64_t size) {
+  constexpr std::uint64_t kWord = sizeof(std::uint64_t);
+  constexpr std::uint64_t kWordsOfMap = 63;
+  size = std::min<std::uint64_t>(size, file_.size());
+  const auto relocate = [this](std::uint64_t place) {
+    if (const auto value = read<std::uint64_t>(place)) {
+      relocated_[place] = {Pointer::Kind::Here, *value};
+    }
+  };
+  std::uint64_t next = 0;
+  for (std::uint64_t at = 0; at + kWord <= size; at += kWord) {
+    const auto word = read<std::uint64_t>(address + at);
+    if (!word) return;
+    if ((*word & 1) == 0) {
+      relocate(*word);
+      next = *word + kWord;
+      continue;
+    }
+    for (std::uint64_t i = 0; i < kWordsOfMap; ++i) {
+      if ((*word >> (i + 1) & 1) != 0) relocate(next + i * kWord);
+    }
+    next += kWordsOfMap * kWord;
   }
 }
 
@@ -156,7 +192,7 @@ std::optional<ElfMemory::Pointer> ElfMemory::readPointer(std::uint64_t address) 
   if (place != relocated_.end()) return place->second;
   const auto value = read<std::uint64_t>(address);
   if (!value) return std::nullopt;
-  return Pointer{true, *value};
+  return Pointer{*value == 0 ? Pointer::Kind::Null : Pointer::Kind::Nowhere, *value};
 }
 
 std::optional<std::string> ElfMemory::readText(std::uint64_t address) const {

@@ -23,10 +23,18 @@ class ElfMemory {
     std::uint64_t address = 0;
     std::uint64_t size = 0;  // 0 where the object does not say
   };
-  /// A pointer after relocation: none for one that another object fills.
+  /// A pointer after relocation.
   struct Pointer {
-    bool isKnown = true;
+    enum class Kind {
+      Null,
+      Here,       // to an address of this object
+      Elsewhere,  // filled by another object, or in a way that is not known here
+      Nowhere,    // no relocation touches it: wherever the object is loaded, it leads out of it
+    };
+    Kind kind = Kind::Null;
     std::uint64_t address = 0;
+
+    bool isHere() const { return kind == Kind::Here; }
   };
 
   explicit ElfMemory(std::string_view file);
@@ -54,6 +62,7 @@ class ElfMemory {
   void readHeaders();
   void readDynamic(std::uint64_t offset, std::uint64_t size);
   void readRelocations(std::uint64_t address, std::uint64_t size);
+  void readPackedRelocations(std::uint64_t address, std::uint64_t size);
   std::uint64_t symbolCount() const;
   bool readSymbol(std::uint64_t index, GElf_Sym* symbol) const;
   /// The bytes that the file has from an address on, to the end of its segment's part in the file.

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "analyze/image/init_folder.h"
+#include "analyze/image/loader.h"
 #include "catalogue/init_scripts.h"
 #include "plugins/debug_plugin.h"
 #include "plugins/exceptions.h"
@@ -50,19 +51,24 @@ bool Image::isEnumerated() const {
 void Image::readPlugins() {
   debugText_ = root_.read(kDebugConfiguration);
   if (debugText_) debugLines_ = readDebugConfiguration(*debugText_);
-  if (!options_.plugins.empty()) {
+  const bool isWholeFolder = options_.plugins.empty();
+  if (isWholeFolder) {
+    const UniqueFd folder = root_.open(pluginDirectory_, O_RDONLY | O_DIRECTORY);
+    const std::optional<std::vector<std::string>> names = root_.list(pluginDirectory_);
+    if (!names) {
+      pluginDirectoryError_ = errno;
+      return;
+    }
+    files_.reserve(names->size());
+    for (const std::string& name : *names) readFile(name, &folder);
+  } else {
     files_.reserve(options_.plugins.size());
     for (const std::string& name : options_.plugins) readFile(name, nullptr);
-    return;
   }
-  const UniqueFd folder = root_.open(pluginDirectory_, O_RDONLY | O_DIRECTORY);
-  const std::optional<std::vector<std::string>> names = root_.list(pluginDirectory_);
-  if (!names) {
-    pluginDirectoryError_ = errno;
-    return;
-  }
-  files_.reserve(names->size());
-  for (const std::string& name : *names) readFile(name, &folder);
+  // Which machine the image is for, all of its plugins tell together.
+  judgeAsLoader(root_, files_);
+  for (PluginFile& file : files_) link(file);
+  if (!isWholeFolder) return;
   for (const DebugLine& line : debugLines_) {
     if (line.entry) addInjection(line);
   }
@@ -73,11 +79,6 @@ void Image::readFile(const std::string& name, const UniqueFd* folder) {
   file.name = name;
   file.path = joined(pluginDirectory_, name);
   file.entry = entryOf(name);
-  if (file.entry.kind == Entry::Kind::Debug) {
-    for (const DebugLine& line : debugLines_) {
-      if (line.entry && line.entry->name == file.entry.baseName) addInjection(line);
-    }
-  }
   const bool isRead =
       file.entry.kind == Entry::Kind::Json || file.entry.kind == Entry::Kind::Native;
   if (!isRead) {
@@ -91,37 +92,45 @@ void Image::readFile(const std::string& name, const UniqueFd* folder) {
   if (!text) file.error = errno;
   if (text || status.mode != 0) file.status = status;
   if (!text) return;
-  if (file.entry.kind == Entry::Kind::Json) {
-    readDescriptionFile(file, *std::move(text));
-  } else {
-    readNativeFile(file, *std::move(text));
+  if (file.entry.kind == Entry::Kind::Native) {
+    file.native = readNativeObject(*text);
+    return;
   }
-}
-
-void Image::readDescriptionFile(PluginFile& file, std::string text) {
-  const JsonText json(std::move(text));
+  const JsonText json(*std::move(text));
   file.text = json.text();
   file.syntaxError = json.error();
   file.syntaxErrorAt = json.errorAt();
   file.description = readDescription(json);
   file.remarks = remarksOn(json, file.description);
-  try {
-    auto plugin = std::make_unique<JSONPlugin>(file.entry.baseName, file.path, file.description,
-                                               catalogue_.barriers);
-    file.admission = admit(std::move(plugin), file.entry.baseName, options_.selection, catalogue_);
-    fileOfNode_[file.admission.plugin] = files_.size() - 1;
-  } catch (const InvalidPluginException&) {
-    // Its faults stand in the description.
+}
+
+/// Adds what a boot would make of a file.
+void Image::link(PluginFile& file) {
+  const std::string& name = file.entry.baseName;
+  if (file.entry.kind == Entry::Kind::Debug) {
+    for (const DebugLine& line : debugLines_) {
+      if (line.entry && line.entry->name == name) addInjection(line);
+    }
+  }
+  if (file.error != 0) return;
+  if (file.entry.kind == Entry::Kind::Native) {
+    const bool isLoaded = file.unloadable.empty() && file.missingLibraries.empty();
+    if (!isLoaded || !file.native.isGood()) return;
+    admitPlugin(file, std::make_unique<NativePlugin>(name, file.path, file.native.record,
+                                                     catalogue_.barriers));
+  } else if (file.entry.kind == Entry::Kind::Json) {
+    try {
+      admitPlugin(file, std::make_unique<JSONPlugin>(name, file.path, file.description,
+                                                     catalogue_.barriers));
+    } catch (const InvalidPluginException&) {
+      // Its faults stand in the description.
+    }
   }
 }
 
-void Image::readNativeFile(PluginFile& file, std::string bytes) {
-  file.native = readNativeObject(bytes);
-  if (!file.native.isGood()) return;
-  auto plugin = std::make_unique<NativePlugin>(file.entry.baseName, file.path, file.native.record,
-                                               catalogue_.barriers);
+void Image::admitPlugin(PluginFile& file, std::unique_ptr<Plugin> plugin) {
   file.admission = admit(std::move(plugin), file.entry.baseName, options_.selection, catalogue_);
-  fileOfNode_[file.admission.plugin] = files_.size() - 1;
+  fileOfNode_[file.admission.plugin] = static_cast<std::size_t>(&file - files_.data());
 }
 
 void Image::addInjection(const DebugLine& line) {

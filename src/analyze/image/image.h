@@ -44,6 +44,9 @@ struct PluginFile {
   Description description;
   std::vector<DescriptionRemark> remarks;
   NativeObject native;
+  std::string unloadable;  // why the image's loader would not take a shared object; empty when it
+                           // would, but for libraries
+  std::vector<std::string> missingLibraries;  // that it needs, and the image has not
   /// What became of its plugin; none (a null plugin) for a file that has none or is rejected.
   Admission admission;
 
@@ -98,8 +101,8 @@ class Image {
  private:
   void readPlugins();
   void readFile(const std::string& name, const UniqueFd* folder);
-  void readDescriptionFile(PluginFile& file, std::string text);
-  void readNativeFile(PluginFile& file, std::string bytes);
+  void link(PluginFile& file);
+  void admitPlugin(PluginFile& file, std::unique_ptr<Plugin> plugin);
   void addInjection(const DebugLine& line);
   void readScripts();
   void linkScripts();

@@ -13,6 +13,8 @@
 namespace bootforge::analyze {
 namespace {
 
+using Pointer = ElfMemory::Pointer;
+
 class RecordReader {
  public:
   RecordReader(const ElfMemory& memory, NativeObject& object) : memory_(memory), object_(object) {}
@@ -43,7 +45,7 @@ class RecordReader {
     }
     const auto entry =
         pointerAt(symbol.address + offsetof(bootforge_operations, apply_host_profile));
-    object_.record.hasApplyHostProfile = entry && (!entry->isKnown || entry->address != 0);
+    object_.record.hasApplyHostProfile = entry && entry->kind != Pointer::Kind::Null;
   }
 
   void readMetadata(const ElfMemory::Symbol& symbol) {
@@ -70,14 +72,24 @@ class RecordReader {
     record.disablingFlags = namesAt(at + offsetof(bootforge_metadata, disabling_flags));
     const auto runOnce = memory_.readByte(at + offsetof(bootforge_metadata, run_once));
     record.runOnce = runOnce.value_or(0) != 0;
-    const auto text = pointerAt(at + offsetof(bootforge_metadata, plugin_version));
-    if (text && text->isKnown && text->address != 0) record.pluginVersion = textAt(text->address);
+    if (const auto text = targetAt(at + offsetof(bootforge_metadata, plugin_version))) {
+      record.pluginVersion = textAt(*text);
+    }
   }
 
-  std::optional<ElfMemory::Pointer> pointerAt(std::uint64_t address) {
+  std::optional<Pointer> pointerAt(std::uint64_t address) {
     auto pointer = memory_.readPointer(address);
     if (!pointer) isWild_ = true;
     return pointer;
+  }
+
+  /// Where the pointer at an address leads in this object; nothing for null, and for what another
+  /// object fills, which cannot be known.
+  std::optional<std::uint64_t> targetAt(std::uint64_t address) {
+    const auto pointer = pointerAt(address);
+    if (pointer && pointer->kind == Pointer::Kind::Nowhere) isWild_ = true;
+    if (!pointer || !pointer->isHere()) return std::nullopt;
+    return pointer->address;
   }
 
   std::string textAt(std::uint64_t address) {
@@ -90,17 +102,16 @@ class RecordReader {
     return *std::move(text);
   }
 
-  /// The array that a field points to. What another object fills cannot be known.
   std::vector<std::string> namesAt(std::uint64_t field) {
     std::vector<std::string> names;
-    const auto array = pointerAt(field);
-    if (!array || !array->isKnown || array->address == 0) return names;
-    for (std::uint64_t at = array->address;; at += 8) {
-      const auto name = pointerAt(at);
-      if (!name || !name->isKnown || name->address == 0) return names;
-      names.push_back(textAt(name->address));
-      if (isWild_) return names;
+    auto at = targetAt(field);
+    if (!at) return names;
+    while (const auto name = targetAt(*at)) {
+      names.push_back(textAt(*name));
+      if (isWild_) break;
+      *at += 8;
     }
+    return names;
   }
 
   const ElfMemory& memory_;
