@@ -73,6 +73,11 @@ ImageOptions CommonOptions::image() const {
   return image;
 }
 
+Image& openImage(const CommonOptions& options) {
+  static auto* const image = new Image(options.image());
+  return *image;
+}
+
 void addImageOptions(CLI::App& verb, CommonOptions& options) {
   verb.add_option("--root", options.root, "the image or host to look at (default /)")
       ->option_text("DIR")

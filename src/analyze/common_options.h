@@ -41,6 +41,10 @@ struct CommonOptions {
   ImageOptions image() const;
 };
 
+/// Reads the image that was asked for. It is there until the process ends: to take a large graph
+/// apart costs as much as to link it. Called once.
+Image& openImage(const CommonOptions& options);
+
 /// "--root" and what else says which image and which boot.
 void addImageOptions(CLI::App& verb, CommonOptions& options);
 

@@ -68,7 +68,7 @@ void remarkOnEnumeration(const Image& image) {
 
 int runPlan(const PlanOptions& options) {
   if (options.reverse && !options.daemons) throw UsageError("--reverse goes with --daemons");
-  Image image(options.image());
+  Image& image = openImage(options);
   const WaitGraph graph(image);
   remarkOnEnumeration(image);
   const Plan plan = planBoot(image, graph, options.reverse);
@@ -156,7 +156,7 @@ std::string chainsAsJson(const WaitGraph& graph, const Chains& found) {
 }
 
 int runWhy(const WhyOptions& options) {
-  const Image image(options.image());
+  const Image& image = openImage(options);
   const WaitGraph graph(image);
   remarkOnEnumeration(image);
   const WaitGraph::Index from = findNode(graph, options.from);
@@ -180,7 +180,7 @@ struct DotOptions : CommonOptions {
 };
 
 int runDot(const DotOptions& options) {
-  const Image image(options.image());
+  const Image& image = openImage(options);
   const WaitGraph graph(image);
   std::optional<Part> part;
   if (!options.around.empty()) part = Part{findNode(graph, options.around), options.depth};

@@ -34,7 +34,7 @@ int runVerify(const VerifyOptions& options) {
     writeOutput(options, listOfRules());
     return kGood;
   }
-  const Image image(options.image());
+  const Image& image = openImage(options);
   const Findings findings = verify(image, options.owner);
   writeOutput(options, render(findings, options));
   const std::array<std::size_t, 3> counts = countOf(findings);

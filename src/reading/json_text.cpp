@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/error.hpp>
+#include <boost/system/error_code.hpp>
 #include <unordered_set>
 #include <utility>
 
@@ -12,6 +13,7 @@ namespace bootforge {
 namespace {
 
 namespace json = boost::json;
+using boost::system::error_code;
 
 // The parser recurses once a level: deep enough for anybody, shallow enough for the stack.
 constexpr std::size_t kDeepest = 4096;
@@ -30,30 +32,28 @@ class JsonText::Builder {
 
   Builder(JsonText& target, const std::string& text) : target_(target), text_(text) {}
 
-  bool on_document_begin(json::error_code&) { return true; }
-  bool on_document_end(json::error_code&) { return true; }
-  bool on_object_begin(json::error_code&) { return open(Kind::Object); }
-  bool on_object_end(std::size_t, json::error_code&) { return close(); }
-  bool on_array_begin(json::error_code&) { return open(Kind::Array); }
-  bool on_array_end(std::size_t, json::error_code&) { return close(); }
-  bool on_key_part(json::string_view part, std::size_t, json::error_code&) { return collect(part); }
-  bool on_key(json::string_view part, std::size_t, json::error_code&) { return string(part); }
-  bool on_string_part(json::string_view part, std::size_t, json::error_code&) {
-    return collect(part);
-  }
-  bool on_string(json::string_view part, std::size_t, json::error_code&) { return string(part); }
-  bool on_number_part(json::string_view, json::error_code&) { return true; }
-  bool on_int64(std::int64_t value, json::string_view, json::error_code&) {
+  bool on_document_begin(error_code&) { return true; }
+  bool on_document_end(error_code&) { return true; }
+  bool on_object_begin(error_code&) { return open(Kind::Object); }
+  bool on_object_end(std::size_t, error_code&) { return close(); }
+  bool on_array_begin(error_code&) { return open(Kind::Array); }
+  bool on_array_end(std::size_t, error_code&) { return close(); }
+  bool on_key_part(json::string_view part, std::size_t, error_code&) { return collect(part); }
+  bool on_key(json::string_view part, std::size_t, error_code&) { return string(part); }
+  bool on_string_part(json::string_view part, std::size_t, error_code&) { return collect(part); }
+  bool on_string(json::string_view part, std::size_t, error_code&) { return string(part); }
+  bool on_number_part(json::string_view, error_code&) { return true; }
+  bool on_int64(std::int64_t value, json::string_view, error_code&) {
     return number(static_cast<double>(value));
   }
-  bool on_uint64(std::uint64_t value, json::string_view, json::error_code&) {
+  bool on_uint64(std::uint64_t value, json::string_view, error_code&) {
     return number(static_cast<double>(value));
   }
-  bool on_double(double value, json::string_view, json::error_code&) { return number(value); }
-  bool on_bool(bool value, json::error_code&) { return word(Kind::Bool, value ? 1 : 0); }
-  bool on_null(json::error_code&) { return word(Kind::Null, 0); }
-  bool on_comment_part(json::string_view, json::error_code&) { return true; }
-  bool on_comment(json::string_view, json::error_code&) { return true; }
+  bool on_double(double value, json::string_view, error_code&) { return number(value); }
+  bool on_bool(bool value, error_code&) { return word(Kind::Bool, value ? 1 : 0); }
+  bool on_null(error_code&) { return word(Kind::Null, 0); }
+  bool on_comment_part(json::string_view, error_code&) { return true; }
+  bool on_comment(json::string_view, error_code&) { return true; }
 
  private:
   static std::uint32_t narrow(std::size_t number) { return static_cast<std::uint32_t>(number); }
@@ -140,7 +140,7 @@ JsonText::JsonText(std::string text) : text_(std::move(text)) {
   options.allow_invalid_utf8 = true;
   options.max_depth = kDeepest;
   json::basic_parser<Builder> parser(options, *this, source);
-  json::error_code error;
+  error_code error;
   end_ = parser.write_some(false, source.data(), source.size(), error);
   if (error) error_ = error.message();
 }

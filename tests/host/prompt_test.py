@@ -67,9 +67,11 @@ class PromptCase(HostCase):
         self.scratch.plugin("third", requires=["two"], start=["note add --text=third"])
         self.terminal = self.scratch.attach(Terminal())
 
-    def start(self, *arguments):
+    def start(self, *arguments, streams=(0,)):
+        """Starts the program with the terminal for its standard output and these streams."""
         return self.scratch.start("/usr/sbin/bootforge", "--interactive", *arguments,
-                                  stdout=self.terminal.slave, extra={0: self.terminal.slave})
+                                  stdout=self.terminal.slave,
+                                  extra={number: self.terminal.slave for number in streams})
 
     def expect(self, text):
         """Waits for a text on the terminal, after all that was waited for before."""
@@ -163,7 +165,8 @@ class Requirements(PromptCase):
 class TroubleshootingShell(PromptCase):
     def shell(self, *commands):
         """Runs commands in the shell of the first plugin's prompt, and leaves it to its end."""
-        process = self.start()
+        # Newer shells talk to their operator on standard error.
+        process = self.start(streams=(0, 2))
         self.answer("first", "t")
         self.expect(answered("t"))
         for command in commands:

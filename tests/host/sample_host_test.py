@@ -182,13 +182,49 @@ class Boots(DemoCase):
             self.assertEqual(demo.finish(), 0)
             self.assertIn("\n35 activated, 1 failed, 2 passed over; milestones without a provider: "
                           "1\ndaemons: 6 of 7 started\n", demo.text)
+            self.assertIn("\n0 errors, 2 warnings, 3 notes\n== booting it", demo.text)
             self.assertIn("    | entropy_check: chi-squared of 65536 bytes is ", demo.text)
             self.assertIn("<p>The daemons are up.\n", demo.text)
+            self.assertRegex(demo.text, r"\n    lines from bootforge: [4-9]\d\n")
+            self.assertEqual(len(re.findall(r" syslogd -n .*\n", demo.text)), 1)
         results = serial.results()
         self.assertEqual(results, parallel.results())
         self.assertEqual({name for name in results if results[name] != "activated"}, FAILING)
         for name in ("inventory", "guest-dhcp", "host-ready"):
             self.assertEqual(results[name], "activated")
+        self.assert_nothing_is_left()
+
+
+class Mistakes(DemoCase):
+    def project_with_plugin(self, name, text):
+        copy = self.copy_of_the_project()
+        path = f"{copy}/examples/host/usr/libexec/bootforge/plugins/{name}"
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(text)
+        return copy
+
+    def test_the_sample_host_is_not_booted_with_one(self):
+        demo = self.demo(project=self.project_with_plugin("broken.json", "{"))
+        self.assertEqual(demo.finish(), 1)
+        self.assertRegex(demo.text, r"\n/usr/libexec/bootforge/plugins/broken\.json:1:2: error: .*"
+                                    r" \[description-syntax\]\n")
+        self.assertTrue(demo.text.endswith("\ndemo: the sample host has mistakes\n"), demo.text)
+        self.assertNotIn("== booting it", demo.text)
+        self.assert_nothing_is_left()
+
+    def test_those_of_plugins_of_ones_own_are_told_before_the_boot(self):
+        folder = tempfile.mkdtemp(prefix="sample-host-plugins-")
+        self.addCleanup(shutil.rmtree, folder)
+        with open(f"{folder}/lonely.json", "w", encoding="utf-8") as file:
+            file.write('{"metadata": {"version": 1, "requires": [], "provides": []},\n'
+                       ' "operations": {"start": ["boot file directory --path=/srv"]}}\n')
+        demo = self.demo("--plugins", folder)
+        self.assertEqual(demo.finish(), 1)
+        told, _, booted = demo.text.partition("== booting it")
+        self.assertIn("/usr/libexec/bootforge/plugins/lonely.json:2:27: error: missing required "
+                      "parameter 'mode' of command 'boot file directory' "
+                      "[command-parameter-missing]\n", told)
+        self.assertIn("lonely: error while executing the cli", booted)
         self.assert_nothing_is_left()
 
 

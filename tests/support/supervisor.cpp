@@ -50,10 +50,15 @@ std::vector<Child> children() {
   return found;
 }
 
+/// As waitpid(2), which tests let fail: a failure meant for one of their processes is not for us.
+pid_t await(pid_t child, int* status, int options) {
+  return wait4(child, status, options, nullptr);
+}
+
 /// Reaps what has ended. The status of `child` is stored when it was among them.
 void reap(pid_t child, std::optional<int>& childStatus) {
   int status = 0;
-  for (pid_t pid; (pid = waitpid(-1, &status, WNOHANG)) > 0;) {
+  for (pid_t pid; (pid = await(-1, &status, WNOHANG)) > 0;) {
     if (pid == child) childStatus = status;
   }
 }
@@ -66,7 +71,7 @@ bool collectOrphans(const sigset_t& signals) {
   for (timespec now = start; now.tv_sec - start.tv_sec < kGraceSeconds;
        clock_gettime(CLOCK_MONOTONIC, &now)) {
     reap(0, none);
-    if (waitpid(-1, nullptr, WNOHANG) < 0) return true;
+    if (await(-1, nullptr, WNOHANG) < 0) return true;
     timespec patience{1, 0};
     sigtimedwait(&signals, nullptr, &patience);
   }
@@ -77,7 +82,7 @@ bool collectOrphans(const sigset_t& signals) {
       std::fprintf(stderr, "scratch root: the tests left process %d (%s) behind\n", child.pid,
                    child.name.c_str());
       kill(child.pid, SIGKILL);
-      waitpid(child.pid, nullptr, 0);
+      await(child.pid, nullptr, 0);
     }
     clean = false;
   }

@@ -1,6 +1,8 @@
 """The guest of the emulated machine: its initramfs and its disk."""
 
+import glob
 import gzip
+import lzma
 import os
 import shutil
 import subprocess
@@ -62,9 +64,15 @@ def add(source, target):
 
 
 def add_modules(root, kernel):
-    release, = os.listdir(f"{kernel}/lib/modules")
+    # Packages since Debian 13 have them below /usr, and compressed.
+    modules, = glob.glob(f"{kernel}/lib/modules/*") + glob.glob(f"{kernel}/usr/lib/modules/*")
     for module in MODULES:
-        add(f"{kernel}/lib/modules/{release}/kernel/{module}.ko", f"{root}/lib/modules/{module}.ko")
+        path, = glob.glob(f"{modules}/kernel/{module}.ko*")
+        with (lzma.open if path.endswith(".xz") else open)(path, "rb") as file:
+            content = file.read()
+        os.makedirs(os.path.dirname(f"{root}/lib/modules/{module}"), exist_ok=True)
+        with open(f"{root}/lib/modules/{module}.ko", "wb") as file:
+            file.write(content)
     with open(f"{root}/lib/modules/load", "w", encoding="utf-8") as file:
         file.write("\n".join(MODULES) + "\n")
 

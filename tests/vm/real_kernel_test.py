@@ -197,7 +197,7 @@ class Prompt(RealKernel):
     def test_the_operator_decides_at_the_screen(self):
         with self.machine("console=tty0 OPTIONS=--interactive") as guest:
             self.answer_at_screen(guest, "file-systems", "t")
-            guest.wait_until("grep -q '/ # ' /dev/vcs1")
+            guest.wait_until("grep -q '[/~] # ' /dev/vcs1")
             guest.press(*"mkdir", "spc", "slash", *"run", "slash", *"said", "ret")
             guest.wait_until("[ -d /run/said ]")
             guest.press(*"exit", "ret")

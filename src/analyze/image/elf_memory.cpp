@@ -41,7 +41,8 @@ Effect effectOf(std::uint16_t machine, std::uint64_t type) {
 }  // namespace
 
 ElfMemory::ElfMemory(std::string_view file) : file_(file) {
-  if (elf_version(EV_CURRENT) == EV_NONE) fail("libelf is of another version");
+  static const bool isUsable = elf_version(EV_CURRENT) != EV_NONE;
+  if (!isUsable) fail("libelf is of another version");
   if (!file.starts_with(ELFMAG)) fail("invalid ELF header");
   if (file.size() < sizeof(Elf64_Ehdr)) fail("file too short");
   if (file[EI_CLASS] != ELFCLASS64) fail("wrong ELF class");

@@ -3,8 +3,11 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <map>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 #include "analyze/image/init_folder.h"
@@ -24,6 +27,31 @@ const auto* itemOf(const std::unordered_map<const Node*, std::size_t>& places, c
                    const Node& node) {
   const auto place = places.find(&node);
   return place == places.end() ? nullptr : &items[place->second];
+}
+
+/// Reads a file of a kind that is read, and keeps what it says. Any thread.
+void readPluginFile(const RootFolder& root, const UniqueFd& folder, PluginFile* file) {
+  const Entry::Kind kind = file->entry.kind;
+  if (kind != Entry::Kind::Json && kind != Entry::Kind::Native) {
+    file->status = root.status(file->path);
+    return;
+  }
+  FileStatus status;
+  std::optional<std::string> text = folder ? root.readEntry(folder, file->name, file->path, &status)
+                                           : root.read(file->path, &status);
+  if (!text) file->error = errno;
+  if (status.mode != 0) file->status = status;
+  if (!text) return;
+  if (kind == Entry::Kind::Native) {
+    file->native = readNativeObject(*text);
+    return;
+  }
+  const JsonText json(*std::move(text));
+  file->text = json.text();
+  file->syntaxError = json.error();
+  file->syntaxErrorAt = json.errorAt();
+  file->description = readDescription(json);
+  file->remarks = remarksOn(json, file->description);
 }
 
 }  // namespace
@@ -51,86 +79,80 @@ bool Image::isEnumerated() const {
 void Image::readPlugins() {
   debugText_ = root_.read(kDebugConfiguration);
   if (debugText_) debugLines_ = readDebugConfiguration(*debugText_);
-  const bool isWholeFolder = options_.plugins.empty();
-  if (isWholeFolder) {
-    const UniqueFd folder = root_.open(pluginDirectory_, O_RDONLY | O_DIRECTORY);
-    const std::optional<std::vector<std::string>> names = root_.list(pluginDirectory_);
+  std::optional<std::vector<std::string>> names = options_.plugins;
+  UniqueFd folder;
+  if (options_.plugins.empty()) {
+    folder = root_.open(pluginDirectory_, O_RDONLY | O_DIRECTORY);
+    names = root_.list(pluginDirectory_);
     if (!names) {
       pluginDirectoryError_ = errno;
       return;
     }
-    files_.reserve(names->size());
-    for (const std::string& name : *names) readFile(name, &folder);
-  } else {
-    files_.reserve(options_.plugins.size());
-    for (const std::string& name : options_.plugins) readFile(name, nullptr);
   }
+  files_.reserve(names->size());
+  fileOfNode_.reserve(names->size());
+  for (const std::string& name : *names) {
+    PluginFile& file = files_.emplace_back();
+    file.name = name;
+    file.path = joined(pluginDirectory_, name);
+    file.entry = entryOf(name);
+  }
+  readFiles(folder);
   // Which machine the image is for, all of its plugins tell together.
   judgeAsLoader(root_, files_);
-  for (PluginFile& file : files_) link(file);
-  if (!isWholeFolder) return;
+  for (std::size_t i = 0; i < files_.size(); ++i) linkFile(i);
+  if (!options_.plugins.empty()) return;
   for (const DebugLine& line : debugLines_) {
     if (line.entry) addInjection(line);
   }
 }
 
-void Image::readFile(const std::string& name, const UniqueFd* folder) {
-  PluginFile& file = files_.emplace_back();
-  file.name = name;
-  file.path = joined(pluginDirectory_, name);
-  file.entry = entryOf(name);
-  const bool isRead =
-      file.entry.kind == Entry::Kind::Json || file.entry.kind == Entry::Kind::Native;
-  if (!isRead) {
-    file.status = root_.status(file.path);
-    return;
+void Image::readFiles(const UniqueFd& folder) {
+  constexpr std::size_t kFilesAThread = 500;
+  std::atomic<std::size_t> next{0};
+  const auto work = [&] {
+    for (std::size_t i = next++; i < files_.size(); i = next++) {
+      readPluginFile(root_, folder, &files_[i]);
+    }
+  };
+  const std::size_t wanted =
+      std::min<std::size_t>(std::thread::hardware_concurrency(), files_.size() / kFilesAThread);
+  std::vector<std::jthread> helpers;
+  try {
+    while (helpers.size() + 1 < wanted) helpers.emplace_back(work);
+  } catch (const std::system_error&) {
+    // Fewer do it as well.
   }
-  FileStatus status;
-  std::optional<std::string> text = folder != nullptr
-                                        ? root_.readEntry(*folder, name, file.path, &status)
-                                        : root_.read(file.path, &status);
-  if (!text) file.error = errno;
-  if (text || status.mode != 0) file.status = status;
-  if (!text) return;
-  if (file.entry.kind == Entry::Kind::Native) {
-    file.native = readNativeObject(*text);
-    return;
-  }
-  const JsonText json(*std::move(text));
-  file.text = json.text();
-  file.syntaxError = json.error();
-  file.syntaxErrorAt = json.errorAt();
-  file.description = readDescription(json);
-  file.remarks = remarksOn(json, file.description);
+  work();
 }
 
-/// Adds what a boot would make of a file.
-void Image::link(PluginFile& file) {
+void Image::linkFile(std::size_t index) {
+  PluginFile& file = files_[index];
   const std::string& name = file.entry.baseName;
+  BarrierRegistry& barriers = catalogue_.barriers;
   if (file.entry.kind == Entry::Kind::Debug) {
     for (const DebugLine& line : debugLines_) {
       if (line.entry && line.entry->name == name) addInjection(line);
     }
   }
   if (file.error != 0) return;
-  if (file.entry.kind == Entry::Kind::Native) {
-    const bool isLoaded = file.unloadable.empty() && file.missingLibraries.empty();
-    if (!isLoaded || !file.native.isGood()) return;
-    admitPlugin(file, std::make_unique<NativePlugin>(name, file.path, file.native.record,
-                                                     catalogue_.barriers));
-  } else if (file.entry.kind == Entry::Kind::Json) {
+  if (file.entry.kind == Entry::Kind::Json) {
     try {
-      admitPlugin(file, std::make_unique<JSONPlugin>(name, file.path, file.description,
-                                                     catalogue_.barriers));
+      admitPlugin(index, std::make_unique<JSONPlugin>(name, file.path, file.description, barriers));
     } catch (const InvalidPluginException&) {
       // Its faults stand in the description.
     }
+  } else if (file.entry.kind == Entry::Kind::Native && file.unloadable.empty() &&
+             file.missingLibraries.empty() && file.native.isGood()) {
+    admitPlugin(index,
+                std::make_unique<NativePlugin>(name, file.path, file.native.record, barriers));
   }
 }
 
-void Image::admitPlugin(PluginFile& file, std::unique_ptr<Plugin> plugin) {
+void Image::admitPlugin(std::size_t index, std::unique_ptr<Plugin> plugin) {
+  PluginFile& file = files_[index];
+  fileOfNode_[plugin.get()] = index;
   file.admission = admit(std::move(plugin), file.entry.baseName, options_.selection, catalogue_);
-  fileOfNode_[file.admission.plugin] = static_cast<std::size_t>(&file - files_.data());
 }
 
 void Image::addInjection(const DebugLine& line) {

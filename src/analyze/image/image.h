@@ -44,9 +44,9 @@ struct PluginFile {
   Description description;
   std::vector<DescriptionRemark> remarks;
   NativeObject native;
-  std::string unloadable;  // why the image's loader would not take a shared object; empty when it
-                           // would, but for libraries
-  std::vector<std::string> missingLibraries;  // that it needs, and the image has not
+  /// Why the image's loader would not take a shared object, and libraries that it would miss.
+  std::string unloadable;
+  std::vector<std::string> missingLibraries;
   /// What became of its plugin; none (a null plugin) for a file that has none or is rejected.
   Admission admission;
 
@@ -100,9 +100,11 @@ class Image {
 
  private:
   void readPlugins();
-  void readFile(const std::string& name, const UniqueFd* folder);
-  void link(PluginFile& file);
-  void admitPlugin(PluginFile& file, std::unique_ptr<Plugin> plugin);
+  /// Reads what is in files_, on several threads when there are many.
+  void readFiles(const UniqueFd& folder);
+  /// Makes the plugin of a file that was read.
+  void linkFile(std::size_t index);
+  void admitPlugin(std::size_t index, std::unique_ptr<Plugin> plugin);
   void addInjection(const DebugLine& line);
   void readScripts();
   void linkScripts();

@@ -38,7 +38,8 @@ class GraphCheck {
       finding.cycle = chain;
       finding.blocked = cycle.blocked.size();
       if (cycle.blocked.empty()) continue;
-      finding.help = "Behind them wait " + std::to_string(cycle.blocked.size()) + " more.";
+      finding.help = std::to_string(cycle.blocked.size()) +
+                     (cycle.blocked.size() == 1 ? " more waits" : " more wait") + " behind them.";
     }
   }
 

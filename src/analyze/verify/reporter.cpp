@@ -7,8 +7,10 @@
 namespace bootforge::analyze {
 namespace {
 
-// Bytes of a line that are shown on either side of a place.
-constexpr std::size_t kShown = 60;
+// Bytes of a line that are shown before and behind a place.
+constexpr std::size_t kBefore = 60;
+constexpr std::size_t kBehind = 90;
+constexpr const char* kCut = "...";
 
 bool isContinuation(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
 
@@ -52,13 +54,16 @@ void TextReporter::moveTo(std::size_t offset) {
 }
 
 Excerpt TextReporter::excerptAt(std::size_t offset) const {
-  std::size_t begin = offset - std::min(offset - lineAt_, kShown);
+  std::size_t begin = offset - std::min(offset - lineAt_, kBefore);
   while (begin > lineAt_ && isContinuation(text_[begin])) --begin;
-  std::size_t end = std::min(text_.find('\n', offset), text_.size());
-  end = std::min(end, offset + kShown);
-  while (end < text_.size() && end > offset && isContinuation(text_[end])) --end;
-  const std::string before = printable(text_.substr(begin, offset - begin));
-  return {before + printable(text_.substr(offset, end - offset)), displayWidth(before)};
+  const std::size_t lineEnd = std::min(text_.find('\n', offset), text_.size());
+  std::size_t end = std::min(lineEnd, offset + kBehind);
+  while (end < lineEnd && end > offset && isContinuation(text_[end])) --end;
+  const std::string before =
+      (begin > lineAt_ ? kCut : "") + printable(text_.substr(begin, offset - begin));
+  const std::string after =
+      printable(text_.substr(offset, end - offset)) + (end < lineEnd ? kCut : "");
+  return {before + after, displayWidth(before)};
 }
 
 }  // namespace bootforge::analyze

@@ -1,11 +1,15 @@
 // Boots on hosts where something is wrong: each has its message and its exit status, and the steps
 // that are left are taken.
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
+#include <thread>
 
+#include "cli/control_socket.h"
 #include "cli/hypcli_executor.h"
 #include "tests/support/file_size_limit.h"
 #include "tests/unit/catalogue/gzip.h"
@@ -308,7 +312,20 @@ TEST_F(FailedBoot, AnExecutorThatCannotBeStoppedIsAFailedBootThatIsClosedAllTheS
   EXPECT_TRUE(exists(kProfile));
 }
 
+/// Returns when nobody listens on the control socket any more: an executor that was told to stop
+/// ends its connection before its socket.
+void waitForNoListener() {
+  for (int i = 0; i < 20'000; ++i) {
+    const UniqueFd probe = makeControlSocket(SOCK_NONBLOCK);
+    if (connectControlSocket(probe) != 0 && errno == ECONNREFUSED) return;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
 TEST_F(FailedBoot, AnExecutorThatIsGoneAtTheEndIsNoFailure) {
+  doubles::script().onLog = [](const std::string& text) {
+    if (text.find("net->start() failed") != std::string::npos) waitForNoListener();
+  };
   writeFile(kPlugins + std::string("net.json"),
             description("[]", "[]", R"(["stop it", "Stop all"])"));
   EXPECT_EQ(bootforge({}).status, 0);
