@@ -1,6 +1,7 @@
 #include "analyze/planning/plan.h"
 
 #include <unordered_map>
+#include <vector>
 
 #include "graph/executor.h"
 #include "graph/graph.h"
@@ -19,13 +20,19 @@ Plan planBoot(Image& image, const WaitGraph& graph, bool reverse) {
   Executor executor(0, false);
   reverse ? run.scheduleReverse(executor) : run.scheduleForward(executor);
 
+  std::vector<Node*> chosen;
   const ScopedLock lock(graphLock);
   for (;;) {
     const ReadyQueue::Choice choice = executor.take();
     if (choice.node == nullptr) break;
-    plan.order.push_back({indices.at(choice.node), choice.node->schedulingClass(),
-                          choice.node->schedulingWeight(), choice.equals});
+    plan.order.push_back(
+        {indices.at(choice.node), choice.node->schedulingClass(), 0, choice.equals});
     executor.complete(*choice.node);
+    chosen.push_back(choice.node);
+  }
+  // Not before the end: a boot does not ask for the weight of a node that it has no choice about.
+  for (std::size_t i = 0; i < chosen.size(); ++i) {
+    plan.order[i].weight = reverse ? chosen[i]->reverseWeight() : chosen[i]->forwardWeight();
   }
   const Node::State done = reverse ? Node::State::ReverseDone : Node::State::ForwardDone;
   for (const Node* node : run.nodes()) {
