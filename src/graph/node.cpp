@@ -165,15 +165,8 @@ void Node::queue(const Pass& pass, Executor& executor) {
 }
 
 std::int32_t Node::schedulingWeight() {
-  return state_ == State::ForwardQueued ? forwardWeight() : reverseWeight();
-}
-
-std::int32_t Node::forwardWeight() {
-  return longestChain(*this, &Node::dependents_, &Node::height_);
-}
-
-std::int32_t Node::reverseWeight() {
-  return longestChain(*this, &Node::prerequisites_, &Node::depth_);
+  return state_ == State::ForwardQueued ? longestChain(*this, &Node::dependents_, &Node::height_)
+                                        : longestChain(*this, &Node::prerequisites_, &Node::depth_);
 }
 
 std::int32_t Node::longestChain(Node& start, List Node::*next, std::int32_t Node::*length) {
@@ -191,8 +184,8 @@ std::int32_t Node::longestChain(Node& start, List Node::*next, std::int32_t Node
     Node* unknown = nullptr;
     for (; frame.index < list.size(); ++frame.index) {
       const std::int32_t known = list[frame.index]->*length;
-      // A neighbour that is being computed closes a cycle: the edge back counts for nothing.
-      // Members run only where another member is done from the start.
+      // A neighbour that is being computed closes a cycle. Its members never run, so the edge back
+      // may count for nothing.
       if (known == kBeingComputed) continue;
       if (known == kNotComputed) {
         unknown = list[frame.index];

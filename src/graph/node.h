@@ -110,10 +110,6 @@ class Node {
   /// The second key of the executor's choice: the longest chain of nodes that still waits behind
   /// this one in its pass. Computed on first use.
   std::int32_t schedulingWeight() REQUIRES(graphLock);
-  /// That key of the forward and of the reverse pass, whatever the state. In a graph with cycles
-  /// what is asked first may decide what others get, so a run asks through schedulingWeight() only.
-  std::int32_t forwardWeight() REQUIRES(graphLock);
-  std::int32_t reverseWeight() REQUIRES(graphLock);
 
   /// Writes the node's line and its outgoing edges in the dot language, flushing after each line.
   /// Takes the graph lock for the edges.
