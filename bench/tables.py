@@ -55,6 +55,11 @@ DESCRIPTIONS = [
     (f"read {size:,} descriptions", f"reading/discovery/{size}",
      "bare read and parse", f"reading/bare/{size}", 2.0) for size in (50, 1000, 10000)]
 
+IMAGES = [
+    (f"{verb} {size:,} descriptions", f"images/{verb}/{size}",
+     "the orchestrator's reading", f"images/discovery/{size}", None)
+    for verb in ("verify", "plan") for size in (1000, 10000, 100000)]
+
 COMMANDS = [
     ("command refused, at the socket", "refused_at_socket", "bare exchange", "bare", 1.5),
     ("command refused, runCommand", "refused", "bare exchange", "bare", 1.5),
@@ -167,6 +172,7 @@ def print_all(results):
     print_scheduling(found)
     print_levels(found)
     print_comparisons("Reading descriptions", DESCRIPTIONS, found)
+    print_comparisons("Looking into images", IMAGES, found)
     print_comparisons("Commands", COMMANDS, found)
     print_comparisons("Whole boots and start-up", BOOTS, found)
     print_comparisons("Daemons", DAEMON_STARTS, found)

@@ -38,6 +38,16 @@ void writeAll(int file, std::string_view text) {
   }
 }
 
+/// A new file is for whom the umask lets see it, as any program's output is.
+void openToReaders(const std::string& path) {
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  constexpr mode_t kEverybody = 0666;
+  if (::chmod(path.c_str(), kEverybody & ~mask) != 0) {
+    throw UsageError(path + ": " + systemErrorText(errno));
+  }
+}
+
 /// What is there and no regular file, a terminal or a pipe, is written to, not replaced.
 bool isReplaceable(const std::string& path) {
   struct stat status {};
@@ -143,11 +153,13 @@ void writeOutput(const CommonOptions& options, std::string_view text) {
     writeFile(file, options.output, text);
     return;
   }
+  const bool isNew = ::access(options.output.c_str(), F_OK) != 0;
   try {
     afstream file;
     file.open(options.output.c_str(), std::ios::trunc | std::ios::binary);
     writeFile(file, options.output, text);
     file.commit();
+    if (isNew) openToReaders(options.output);
   } catch (const std::runtime_error& error) {
     throw UsageError(error.what());
   }

@@ -2,8 +2,8 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <iostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "analyze/common_options.h"
@@ -12,18 +12,15 @@
 namespace bootforge::analyze {
 namespace {
 
-/// The arguments, last one first, as the parser wants them. "--run-once=" says that a list is
-/// empty, as it does to the orchestrator; the parser would look for its value in the next word.
-std::vector<std::string> wordsOf(int argc, char** argv) {
+/// "--run-once=" says that a list is empty, as it does to the orchestrator; the parser would look
+/// for its value in the next word.
+std::vector<std::string> withEmptyValues(const std::vector<std::string>& given) {
   std::vector<std::string> words;
-  for (int i = 1; i < argc; ++i) {
-    std::string word = argv[i];
+  for (const std::string& word : given) {
     const bool isEmptyValue = word.starts_with("--") && word.find('=') == word.size() - 1;
-    if (isEmptyValue) word.pop_back();
-    words.push_back(std::move(word));
+    words.push_back(isEmptyValue ? word.substr(0, word.size() - 1) : word);
     if (isEmptyValue) words.emplace_back();
   }
-  std::reverse(words.begin(), words.end());
   return words;
 }
 
@@ -37,8 +34,19 @@ int run(int argc, char** argv) {
   addPlan(app, status);
   addWhy(app, status);
   addDot(app, status);
+  addBlame(app, status);
+  addCriticalChain(app, status);
+  addStuck(app, status);
+  addPlot(app, status);
+  addSimulate(app, status);
+  addDiff(app, status);
+  addGate(app, status);
+  addExport(app, status);
+  addFleet(app, status);
   try {
-    app.parse(wordsOf(argc, argv));
+    std::vector<std::string> words = withEmptyValues(markSides(argc, argv));
+    std::reverse(words.begin(), words.end());  // as the parser wants them
+    app.parse(std::move(words));
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kGood : kUnusable;
   } catch (const std::exception& error) {

@@ -20,16 +20,17 @@ WaitGraph::WaitGraph(const Image& image) {
   const Catalogue& catalogue = image.catalogue();
   const Kind pluginKind = image.options().daemons ? Kind::Script : Kind::Plugin;
   const ScopedLock lock(graphLock);
-  const auto add = [this](const Node* node, Kind kind) {
+  const auto add = [this](const Node* node, Kind kind, Node::State state) {
     nodes_.push_back(node);
     kinds_.push_back(kind);
-    done_.push_back(node->state() == Node::State::ForwardDone);
+    done_.push_back(state == Node::State::ForwardDone);
   };
-  for (const auto& plugin : catalogue.plugins) add(plugin.get(), pluginKind);
-  for (const auto& plugin : catalogue.leftOut) add(plugin.get(), pluginKind);
+  for (const PluginList* const list : {&catalogue.plugins, &catalogue.leftOut}) {
+    for (const auto& plugin : *list) add(plugin.get(), pluginKind, plugin->state());
+  }
   for (const InitBarrier* barrier : catalogue.barriers.allBarriers()) {
     const bool isLevel = dynamic_cast<const PriorityBarrier*>(barrier) != nullptr;
-    add(barrier, isLevel ? Kind::Level : Kind::Milestone);
+    add(barrier, isLevel ? Kind::Level : Kind::Milestone, barrier->state());
   }
   std::unordered_map<const Node*, Index> indices;
   indices.reserve(nodes_.size());

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <boost/json/array.hpp>
+#include <span>
 #include <utility>
 
+#include "analyze/output/json_output.h"
 #include "analyze/recorded/boot_summary.h"
 #include "analyze/recorded/rows.h"
 #include "analyze/recorded/text_table.h"
@@ -40,38 +42,59 @@ std::vector<const TimedPlugin*> sorted(const Timeline& timeline, BlameOrder orde
   return plugins;
 }
 
+/// A column of times: its heading, and what it tells of a plugin that ran.
+struct Column {
+  const char* heading;
+  std::string (*cell)(const TimedPlugin& plugin);
+};
+
+constexpr Column kAllColumns[] = {
+    {">start", [](const TimedPlugin& plugin) { return duration(plugin.start); }},
+    {">waited", [](const TimedPlugin& plugin) { return duration(plugin.waitMilestones); }},
+    {">for worker", [](const TimedPlugin& plugin) { return duration(plugin.waitWorker); }},
+    {">run", [](const TimedPlugin& plugin) { return duration(plugin.run); }},
+    {">executor", [](const TimedPlugin& plugin) { return duration(plugin.waitExecutor); }},
+    {">slack", [](const TimedPlugin& plugin) { return duration(plugin.slack); }},
+    {">worker", [](const TimedPlugin& plugin) { return std::to_string(plugin.worker); }},
+};
+// For terminals on which no bar would find room beside the others.
+constexpr Column kFewColumns[] = {
+    kAllColumns[0],
+    {">waited",
+     [](const TimedPlugin& plugin) { return duration(plugin.waitMilestones + plugin.waitWorker); }},
+    kAllColumns[3],
+    kAllColumns[5],
+};
+
+TextTable tableOf(const Timeline& timeline, const std::vector<const TimedPlugin*>& plugins,
+                  std::span<const Column> columns, std::size_t barWidth, const TextStyle& style) {
+  std::vector<std::string> headings;
+  for (const Column& column : columns) headings.emplace_back(column.heading);
+  headings.insert(headings.end(), {"name", "", "timeline"});
+  TextTable table(headings);
+  const std::size_t nameWidth = std::max<std::size_t>(20, style.width / 4);
+  for (const TimedPlugin* const plugin : plugins) {
+    std::vector<std::string> cells;
+    for (const Column& column : columns) {
+      cells.push_back(plugin->ran ? column.cell(*plugin) : std::string());
+    }
+    cells.push_back(fitted(plugin->name, nameWidth));
+    cells.push_back(resultForPeople(*plugin, style));
+    cells.push_back(timeBar(timeline, *plugin, barWidth));
+    table.add(std::move(cells));
+  }
+  return table;
+}
+
 std::string asText(const Timeline& timeline, const std::vector<const TimedPlugin*>& plugins,
                    const TextStyle& style) {
-  const std::size_t nameWidth = std::max<std::size_t>(24, style.width / 3);
-  TextTable table({">start", ">waited", ">for worker", ">run", ">executor", ">slack", ">worker",
-                   "name", "", "timeline"});
-  const auto addRows = [&](TextTable& target, std::size_t barWidth) {
-    for (const TimedPlugin* const plugin : plugins) {
-      std::vector<std::string> cells(7);
-      if (plugin->ran) {
-        cells = {duration(plugin->start),        duration(plugin->waitMilestones),
-                 duration(plugin->waitWorker),   duration(plugin->run),
-                 duration(plugin->waitExecutor), duration(plugin->slack),
-                 std::to_string(plugin->worker)};
-      }
-      cells.push_back(fitted(plugin->name, nameWidth));
-      cells.push_back(resultForPeople(*plugin, style));
-      if (barWidth > 0) cells.push_back(timeBar(timeline, *plugin, barWidth));
-      target.add(std::move(cells));
-    }
-  };
-  TextTable measure = table;
-  addRows(measure, 1);
-  constexpr std::size_t kLeastBar = 10;
+  constexpr std::size_t kLeastBar = 12;
   constexpr std::size_t kMostBar = 60;
-  const std::size_t used = measure.widthBeforeLast();
-  if (used + kLeastBar > style.width) {
-    table = TextTable(
-        {">start", ">waited", ">for worker", ">run", ">executor", ">slack", ">worker", "name", ""});
-    addRows(table, 0);
-  } else {
-    addRows(table, std::min(style.width - used, kMostBar));
-  }
+  std::span<const Column> columns = kAllColumns;
+  const auto used = [&] { return tableOf(timeline, plugins, columns, 1, style).widthBeforeLast(); };
+  if (used() + kLeastBar > style.width) columns = kFewColumns;
+  const std::size_t room = std::max(style.width, used() + kLeastBar) - used();
+  const TextTable table = tableOf(timeline, plugins, columns, std::min(room, kMostBar), style);
   return bootSummary(timeline, style) + '\n' + table.text(style);
 }
 
@@ -92,7 +115,7 @@ Answer blame(const Timeline& timeline, BlameOrder order, Format format, const Te
       {"workers", timeline.workers},
       {"kernel_us",
        timeline.kernelMicroseconds ? json::value(*timeline.kernelMicroseconds) : json::value()}};
-  answer.output = lineOf({{"boot", std::move(boot)}, {"plugins", std::move(rows)}});
+  answer.output = prettyJson(json::object{{"boot", std::move(boot)}, {"plugins", std::move(rows)}});
   return answer;
 }
 

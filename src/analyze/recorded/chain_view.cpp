@@ -7,9 +7,9 @@
 #include <utility>
 #include <vector>
 
+#include "analyze/output/json_output.h"
 #include "analyze/recorded/boot_summary.h"
 #include "analyze/recorded/critical_chain.h"
-#include "analyze/recorded/rows.h"
 #include "analyze/recorded/text_table.h"
 #include "reading/nearest.h"
 #include "util/utf8.h"
@@ -38,7 +38,7 @@ std::string asJson(const Timeline& timeline, const std::vector<ChainLink>& chain
                                     {"gap", link.gap},
                                     {"after", afterOf(timeline, link)}});
   }
-  return lineOf({{"chain", std::move(links)}});
+  return prettyJson(json::object{{"chain", std::move(links)}});
 }
 
 std::string asText(const Timeline& timeline, const std::vector<ChainLink>& chain,

@@ -7,9 +7,9 @@
 #include <cmath>
 #include <utility>
 
+#include "analyze/output/json_output.h"
 #include "analyze/recorded/boot_sample.h"
 #include "analyze/recorded/rank_test.h"
-#include "analyze/recorded/rows.h"
 #include "analyze/recorded/text_table.h"
 
 namespace bootforge::analyze {
@@ -128,9 +128,9 @@ class Report {
       for (auto& [key, value] : asJson(change)) plugin[key] = value;
       plugins.emplace_back(std::move(plugin));
     }
-    return lineOf({{"boot", asJson(boot_)},
-                   {"plugins", std::move(plugins)},
-                   {"regressions", jsonTexts(regressions())}});
+    return prettyJson(json::object{{"boot", asJson(boot_)},
+                                   {"plugins", std::move(plugins)},
+                                   {"regressions", jsonTexts(regressions())}});
   }
 
   std::string text(const TextStyle& style) const {
@@ -151,10 +151,12 @@ class Report {
     const std::size_t count = regressions().size();
     text += count == 0 ? "\n"
                        : "; " + coloured(counted(count, "regression"), Colour::Red, style) + "\n";
-    TextTable table({">before", ">after", ">difference", ">", "", "name"});
+    TextTable table({">before", ">after", ">difference", ">", "", "", "name"});
     for (const Change& plugin : plugins_) {
       table.add({medianText(plugin.before), medianText(plugin.after), differenceText(plugin, style),
-                 percentText(plugin), evidenceText(plugin), fitted(plugin.name, style.width)});
+                 percentText(plugin), evidenceText(plugin),
+                 plugin.isRegression ? coloured("regression", Colour::Red, style) : std::string(),
+                 fitted(plugin.name, style.width)});
     }
     return text + '\n' + table.text(style);
   }

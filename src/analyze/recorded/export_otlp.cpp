@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "analyze/output/json_output.h"
 #include "analyze/recorded/export_rows.h"
 #include "analyze/recorded/rows.h"
 

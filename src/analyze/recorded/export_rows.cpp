@@ -3,6 +3,7 @@
 #include <boost/json/serialize.hpp>
 #include <string_view>
 
+#include "analyze/output/json_output.h"
 #include "analyze/recorded/rows.h"
 
 namespace bootforge::analyze {

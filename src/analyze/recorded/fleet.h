@@ -24,6 +24,9 @@ class Fleet {
   /// folder.
   bool add(const std::string& path);
 
+  /// Whether no log could be read.
+  bool isEmpty() const { return read_ == 0; }
+
   Answer answer(bool byHost, Format format, const TextStyle& style);
 
  private:

@@ -6,8 +6,8 @@
 #include <boost/json/array.hpp>
 #include <utility>
 
+#include "analyze/output/json_output.h"
 #include "analyze/recorded/boot_sample.h"
-#include "analyze/recorded/rows.h"
 #include "analyze/recorded/text_table.h"
 #include "util/utf8.h"
 
@@ -79,7 +79,7 @@ std::string fleetJson(const FleetView& view, bool byHost) {
     }
     result["hosts"] = std::move(hosts);
   }
-  return lineOf(result);
+  return prettyJson(result);
 }
 
 std::string fleetText(const FleetView& view, bool byHost, const TextStyle& style) {

@@ -41,6 +41,7 @@ class Stream {
     if (text == "Launching Executor") {
       startRun(line);
     } else if (take(text, "Activating Bootforge plugin ")) {
+      tellsSuccess_ = true;
       if (takeEnd(text, ".")) begin("kernel", text, line, mayBeCut);
     } else if (take(text, "starting execution of plugin: ")) {
       tellsSuccess_ = true;

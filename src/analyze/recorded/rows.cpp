@@ -1,9 +1,8 @@
 #include "analyze/recorded/rows.h"
 
-#include <boost/json/array.hpp>
 #include <boost/json/serialize.hpp>
 
-#include "util/utf8.h"
+#include "analyze/output/json_output.h"
 
 namespace bootforge::analyze {
 
@@ -26,14 +25,6 @@ json::object rowOf(const TimedPlugin& plugin) {
       {"result", textOf(plugin.result)},
       {"reason", plugin.result == TimedPlugin::Result::Failed ? json::value(jsonText(plugin.reason))
                                                               : json::value()}};
-}
-
-json::string jsonText(std::string_view text) { return json::string(validUtf8(text)); }
-
-json::array jsonTexts(const std::vector<std::string>& texts) {
-  json::array array;
-  for (const std::string& text : texts) array.emplace_back(jsonText(text));
-  return array;
 }
 
 std::string lineOf(const json::object& object) { return json::serialize(object) + '\n'; }

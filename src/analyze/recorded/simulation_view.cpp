@@ -9,8 +9,8 @@
 #include <unordered_set>
 #include <utility>
 
+#include "analyze/output/json_output.h"
 #include "analyze/recorded/boot_summary.h"
-#include "analyze/recorded/rows.h"
 #include "analyze/recorded/text_table.h"
 #include "reading/nearest.h"
 #include "util/exception.h"
@@ -57,10 +57,10 @@ std::string asJson(const Timeline& timeline, const std::vector<Simulation>& runs
                                    {"executor", orNull(executorShareOf(run))},
                                    {"order", std::move(order)}});
   }
-  return lineOf(
-      {{"recorded", json::object{{"makespan", timeline.makespan}, {"workers", timeline.workers}}},
-       {"runs", std::move(rows)},
-       {"model_error", orNull(modelError)}});
+  return prettyJson(json::object{
+      {"recorded", json::object{{"makespan", timeline.makespan}, {"workers", timeline.workers}}},
+      {"runs", std::move(rows)},
+      {"model_error", orNull(modelError)}});
 }
 
 std::string percentText(const std::optional<double>& share) {

@@ -8,8 +8,8 @@
 #include <unordered_set>
 #include <utility>
 
+#include "analyze/output/json_output.h"
 #include "analyze/recorded/dependencies.h"
-#include "analyze/recorded/rows.h"
 #include "analyze/recorded/text_table.h"
 #include "analyze/recorded/waiting_cycle.h"
 #include "util/utf8.h"
@@ -180,9 +180,9 @@ std::string asJson(const std::vector<Running>& running, const std::vector<Waitin
     waitingRows.emplace_back(
         json::object{{"name", jsonText(plugin.name)}, {"for", std::move(reasons)}});
   }
-  return lineOf({{"running", std::move(runningRows)},
-                 {"waiting", std::move(waitingRows)},
-                 {"cycle", jsonTexts(cycle)}});
+  return prettyJson(json::object{{"running", std::move(runningRows)},
+                                 {"waiting", std::move(waitingRows)},
+                                 {"cycle", jsonTexts(cycle)}});
 }
 
 std::string joined(const std::vector<std::string>& names, const char* separator) {

@@ -255,6 +255,16 @@ TEST_F(AtomicFileStream, ThePermissionBitsBehindAnothersLinkAreNotTakenOver) {
   EXPECT_EQ(modeOf(kFile), mode_t{0600});
 }
 
+TEST_F(AtomicFileStream, ThePermissionBitsOfAnothersFileBehindOurLinkAreNotTakenOver) {
+  writeFile("/etc/open", "", 0666);
+  ASSERT_EQ(::symlink("/etc/open", kFile), 0);
+  if (!giveAway("/etc/open")) GTEST_SKIP() << "there is no other user here";
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  file.commit();
+  EXPECT_EQ(modeOf(kFile), mode_t{0600});
+}
+
 TEST_F(AtomicFileStream, ALinkOfOursIsReplacedByAFileWithTheModeOfItsTarget) {
   writeFile("/etc/target", "untouched", 0640);
   ASSERT_EQ(::symlink("/etc/target", kFile), 0);
@@ -466,6 +476,20 @@ TEST_F(AtomicFileStream, AFailingSyncOfTheMovedFileOnAFatVolumeShowsInTheStream)
   file.commit();
   EXPECT_EQ(file.syncError(), EIO);
   EXPECT_EQ(callCount("fsync"), 2) << "the folder was synced though it says nothing any more";
+}
+
+TEST_F(AtomicFileStream, ASyncThatSucceedsLaterDoesNotHideOneThatFailed) {
+  for (const long type : {0x4d44L, 0L}) {
+    doubles::resetFaults();
+    doubles::reportFileSystem(type);
+    std::filesystem::remove(kFile);
+    afstream file;
+    file.open(kFile, std::ios_base::trunc);
+    failCall("fsync", {.error = EIO});
+    file.commit();
+    EXPECT_TRUE(file.fail());
+    EXPECT_EQ(file.syncError(), EIO) << std::hex << type;
+  }
 }
 
 TEST_F(AtomicFileStream, AFileSystemWithoutSyncIsNoFailure) {

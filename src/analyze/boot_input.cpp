@@ -1,0 +1,142 @@
+#include "analyze/boot_input.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "analyze/known_plugins.h"
+#include "analyze/recorded/gzip_text.h"
+#include "util/regular_file.h"
+#include "util/system_error.h"
+#include "util/unique_fd.h"
+
+namespace bootforge::analyze {
+namespace {
+
+/// What the caller names may be a pipe as well.
+std::string readCallersFile(const std::string& path) {
+  const UniqueFd file(
+      retryInterrupted([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY); }));
+  std::optional<std::string> content;
+  if (file) content = readAll(file);
+  if (!content) throw UsageError(path + ": " + systemErrorText(errno));
+  return *std::move(content);
+}
+
+std::string unpacked(const std::string& path, std::string content) {
+  PlainText text = plainText(std::move(content));
+  if (text.cut) remark(path + ": the compressed data are damaged; read as far as they go");
+  return std::move(text.text);
+}
+
+/// Reads a log in which something can be read.
+ProfilingLog readLog(const std::string& path, std::string_view text, const KnownNames& names) {
+  ProfilingLog log =
+      readProfilingLog(text, [&](std::string_view name) { return names.contains(name); });
+  if (log.sections.empty()) throw UsageError(path + ": this is no profiling log");
+  return log;
+}
+
+void remarkAll(const std::string& path, const std::vector<std::string>& notes) {
+  for (const std::string& note : notes) {
+    remark(path.empty() ? note : path + ": " + note);
+  }
+}
+
+const ProfileSection& sectionOf(const std::string& path, const ProfilingLog& log,
+                                const BootOptions& options) {
+  std::string reason;
+  const ProfileSection* const section =
+      chooseSection(log, options.section, options.daemons, reason);
+  if (section == nullptr) throw UsageError(path + ": " + reason);
+  return *section;
+}
+
+KnownNames namesOf(const std::vector<KnownPlugin>& known) {
+  KnownNames names;
+  for (const KnownPlugin& plugin : known) names.add(plugin.name);
+  return names;
+}
+
+}  // namespace
+
+void addSectionOption(CLI::App& verb, BootOptions& options) {
+  verb.add_option("--section", options.section,
+                  "which run of the log, counted from 0 (default: the boot, or with --daemons the "
+                  "last daemon run)")
+      ->option_text("N")
+      ->group("Boot");
+}
+
+void addRecordedBootOptions(CLI::App& verb, BootOptions& options) {
+  addImageOptions(verb, options);
+  addBootOptions(verb, options);
+  addSectionOption(verb, options);
+  verb.add_flag("--force", options.force,
+                "go on although log and descriptions do not belong together")
+      ->group("Boot");
+}
+
+std::vector<KnownPlugin> readKnownPlugins(const BootOptions& options) {
+  const Image image(options.image());
+  if (!options.daemons && image.pluginDirectoryError() != 0) {
+    remark(image.pluginDirectory() + ": " + systemErrorText(image.pluginDirectoryError()) +
+           "; nothing is known of who waits for whom");
+  }
+  return knownPlugins(image);
+}
+
+BootMessages readCapture(const std::string& path, const KnownNames& names, WhichRun which) {
+  const std::string text = unpacked(path, readCallersFile(path));
+  BootMessages messages = readMessages(text, names, which);
+  if (!messages.readable) throw UsageError(path + ": there is no message of a boot in it");
+  return messages;
+}
+
+RecordedBoot readBoot(const BootOptions& options) {
+  std::optional<std::string> content = RootFolder(options.root).read(options.log);
+  if (!content) throw UsageError(options.log + ": " + systemErrorText(errno));
+  const std::string text = unpacked(options.log, *std::move(content));
+  // What kind of run it is decides which descriptions belong to it.
+  BootOptions ofImage = options;
+  const ProfilingLog glance = readLog(options.log, text, {});
+  ofImage.daemons = sectionOf(options.log, glance, options).kind == ProfileSection::Kind::Daemon;
+
+  RecordedBoot boot;
+  boot.known = readKnownPlugins(ofImage);
+  KnownNames names = namesOf(boot.known);
+  const ProfilingLog log = readLog(options.log, text, names);
+  remarkAll(options.log, log.notes);
+  const ProfileSection& section = sectionOf(options.log, log, options);
+  for (const ProfiledPlugin& plugin : section.plugins) {
+    if (!names.contains(plugin.name)) names.add(plugin.name);
+  }
+  std::optional<BootMessages> messages;
+  if (!options.messages.empty()) {
+    messages = readCapture(options.messages, names, WhichRun::MostMentions);
+  }
+  boot.timeline = makeTimeline(section, boot.known, messages ? &*messages : nullptr);
+  remarkAll(options.log, boot.timeline.notes);
+  if (boot.timeline.contradictions.empty()) return boot;
+  remarkAll({}, boot.timeline.contradictions);
+  if (!options.force) {
+    throw UsageError(options.log +
+                     ": the log and the descriptions do not belong together; --force goes on");
+  }
+  return boot;
+}
+
+ProfileSection readCallersLog(const std::string& path, const BootOptions& options) {
+  const ProfilingLog log = readLog(path, unpacked(path, readCallersFile(path)), {});
+  remarkAll(path, log.notes);
+  return sectionOf(path, log, options);
+}
+
+int tell(const CommonOptions& options, const Answer& answer) {
+  for (const std::string& note : answer.notes) remark(note);
+  if (!answer.output.empty()) writeOutput(options, answer.output);
+  return answer.status;
+}
+
+}  // namespace bootforge::analyze
