@@ -33,7 +33,7 @@ ANALYZE = "/usr/bin/bootforge-analyze"
 IMAGES_FOR_A_HOST = 50
 ENDED = b"<6>bootforge: Bootforge plugin "
 # For how many seconds a boot must be at rest before it counts as hanging.
-SHORT_REST, LONG_REST = 0.01, 2.0
+SHORT_REST, LONG_REST = 0.01, 5.0
 SHOWN = 3  # disagreements of one worker that are told in full
 
 
@@ -198,7 +198,11 @@ class Worker:
     def try_one(self, host, number):
         image = draw_image(self.arguments.seed, number, self.objects)
         shown = self.arguments.only is not None
-        agreement = try_image(host, image, shown)
+        try:
+            agreement = try_image(host, image, shown)
+        except BaseException:
+            print(f"image {number}:", flush=True)
+            raise
         self.counts["images"] += 1
         self.counts["clean"] += agreement.is_clean
         self.counts["hang"] += bool(agreement.blocked)
