@@ -173,11 +173,16 @@ bool isColourful(const CommonOptions& options) {
   return options.output.empty() && ::isatty(STDOUT_FILENO) == 1;
 }
 
+std::optional<std::size_t> terminalColumns(const CommonOptions& options) {
+  winsize size{};
+  if (!options.output.empty() || ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return {};
+  if (size.ws_col == 0) return {};
+  return size.ws_col;
+}
+
 std::size_t terminalWidth(const CommonOptions& options) {
   constexpr std::size_t kUsual = 80;
-  winsize size{};
-  if (!options.output.empty() || ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return kUsual;
-  return size.ws_col == 0 ? kUsual : size.ws_col;
+  return terminalColumns(options).value_or(kUsual);
 }
 
 void remark(const std::string& text) {

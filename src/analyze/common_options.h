@@ -62,7 +62,10 @@ void writeOutput(const CommonOptions& options, std::string_view text);
 /// Whether text goes to a terminal that shows colours; NO_COLOR is honoured.
 bool isColourful(const CommonOptions& options);
 
-/// The columns of the terminal; 80 where there is none.
+/// The columns of the terminal that text goes to; nothing where there is none.
+std::optional<std::size_t> terminalColumns(const CommonOptions& options);
+
+/// The same; 80 where there is none.
 std::size_t terminalWidth(const CommonOptions& options);
 
 /// A remark on standard error.

@@ -18,7 +18,7 @@ std::string render(const Findings& findings, const VerifyOptions& options) {
   if (options.isJson()) return renderJson(findings);
   if (options.format == "sarif") return renderSarif(findings);
   if (options.format == "github") return renderGithub(findings);
-  return renderText(findings, isColourful(options));
+  return renderText(findings, isColourful(options), terminalColumns(options));
 }
 
 std::string listOfRules() {

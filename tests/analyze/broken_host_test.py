@@ -6,15 +6,20 @@ meant change of it, copy the new ones from the folder that a failure names.
 """
 
 import collections
+import contextlib
 import difflib
+import fcntl
 import functools
 import json
 import os
+import pty
 import re
 import shutil
+import struct
 import subprocess
 import sys
 import tempfile
+import termios
 import unittest
 
 HERE = os.path.dirname(os.path.realpath(__file__))
@@ -94,8 +99,10 @@ class BrokenHost(unittest.TestCase):
         return done.stdout
 
     def verify(self, *arguments, image=None, expect=1):
-        return self.analyze("verify", "--root", image or self.image, "--owner", str(os.getuid()),
-                            *arguments, expect=expect)
+        return self.analyze(*self.call(image), *arguments, expect=expect)
+
+    def call(self, image=None):
+        return "verify", "--root", image or self.image, "--owner", str(os.getuid())
 
     def findings(self, *arguments, image=None):
         return json.loads(self.verify("--format", "json", *arguments, image=image))["findings"]
@@ -139,6 +146,40 @@ class Output(BrokenHost):
                       '"milestone-00", "milestone-01", "milestone-02", "milestone-03", '
                       '"milestone-04", "milest...\n' + 67 * " " + "^\n",
                       self.verify(image=image))
+
+    def test_a_terminal_of_any_width_keeps_the_caret_below_the_mistake(self):
+        whole = self.excerpts(self.verify())
+        for columns in (40, 57, 80, 300):
+            text = self.on_a_terminal(columns)
+            heads = re.findall(r"^/.*: (?:error|warning|note): .*\]$", text, re.M)
+            self.assertEqual(len(heads), len(self.findings()))
+            for line in text.splitlines():
+                self.assertTrue(line in heads or len(line) <= columns, line)
+            narrow = self.excerpts(text)
+            self.assertEqual(len(narrow), len(whole))
+            for (line, caret), (whole_line, whole_caret) in zip(narrow, whole):
+                self.assertEqual(line[caret:caret + 9], whole_line[whole_caret:whole_caret + 9])
+
+    @staticmethod
+    def excerpts(text):
+        """Each excerpt with the column of its caret."""
+        found = re.findall(r"^    (.*)\n    ( *)\^$", text, re.M)
+        return [(line, len(blanks)) for line, blanks in found]
+
+    def on_a_terminal(self, columns):
+        near, far = pty.openpty()
+        fcntl.ioctl(far, termios.TIOCSWINSZ, struct.pack("4H", 25, columns, 0, 0))
+        with subprocess.Popen([f"{installed()}/usr/bin/bootforge-analyze", *self.call()],
+                              stdin=subprocess.DEVNULL, stdout=far,
+                              env={**os.environ, "NO_COLOR": "1"}) as process:
+            os.close(far)
+            parts = []
+            with contextlib.suppress(OSError):  # EIO: nobody has the terminal open any more
+                while True:
+                    parts.append(os.read(near, 65536))
+            os.close(near)
+        self.assertEqual(process.returncode, 1)
+        return b"".join(parts).decode().replace("\r\n", "\n")
 
     def test_programs_read_this(self):
         found = self.verify_in_order("--format", "json")

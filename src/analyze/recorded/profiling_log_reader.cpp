@@ -109,10 +109,12 @@ class Reader {
 
   ProfileSection* current() { return log_.sections.empty() ? nullptr : &log_.sections.back(); }
 
-  void openSection(Kind kind) {
+  ProfileSection& openSection(Kind kind) {
     closeSection();
-    log_.sections.emplace_back().kind = kind;
     closing_ = false;
+    ProfileSection& section = log_.sections.emplace_back();
+    section.kind = kind;
+    return section;
   }
 
   /// Says what the section that ends here lacks.
@@ -128,8 +130,8 @@ class Reader {
 
   /// The section of that kind whose plugins are being listed.
   ProfileSection& listOf(Kind kind) {
-    if (current() == nullptr || current()->kind != kind || closing_) openSection(kind);
-    return *current();
+    ProfileSection* const section = current();
+    return section == nullptr || section->kind != kind || closing_ ? openSection(kind) : *section;
   }
 
   bool readLine(std::string_view line) {
@@ -162,9 +164,9 @@ class Reader {
     std::uint64_t value = 0;
     const auto [end, error] = std::from_chars(line.data(), line.data() + line.size(), value);
     if (error != std::errc() || end != line.data() + line.size()) return false;
-    openSection(Kind::Boot);
-    current()->headed = true;
-    current()->kernelMicroseconds = value;
+    ProfileSection& section = openSection(Kind::Boot);
+    section.headed = true;
+    section.kernelMicroseconds = value;
     return true;
   }
 
@@ -182,16 +184,18 @@ class Reader {
       if (!take(line, time.label)) continue;
       const std::optional<Moment> moment = readMoment(line);
       if (!moment) return false;
-      if (current() == nullptr || current()->kind != time.kind) openSection(time.kind);
+      ProfileSection* section = current();
+      if (section == nullptr || section->kind != time.kind) section = &openSection(time.kind);
       closing_ = true;
-      current()->*time.member = *moment;
+      section->*time.member = *moment;
       return true;
     }
     for (const char* label : {" Verbose: ", " Parallel: ", " Randomize: ", " Interactive Mode: "}) {
       if (line.starts_with(label)) return closing_;
     }
-    if (!closing_ || !line.starts_with(" Random Seed: ")) return false;
-    current()->closed = true;
+    ProfileSection* const section = current();
+    if (section == nullptr || !closing_ || !line.starts_with(" Random Seed: ")) return false;
+    section->closed = true;
     return true;
   }
 

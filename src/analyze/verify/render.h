@@ -1,14 +1,18 @@
 // Findings as text for people and for other programs.
 #pragma once
 
+#include <cstddef>
+#include <optional>
 #include <string>
 
 #include "analyze/verify/finding.h"
 
 namespace bootforge::analyze {
 
-/// For people: each finding with the line it is about, and the sum last.
-std::string renderText(const Findings& findings, bool isColourful);
+/// For people: each finding with the line it is about, and the sum last. Lines keep within
+/// `columns`, all but the one that says what was found.
+std::string renderText(const Findings& findings, bool isColourful,
+                       std::optional<std::size_t> columns = {});
 
 std::string renderJson(const Findings& findings);
 
