@@ -51,7 +51,7 @@ Names run(const ImageOptions& options) {
 TEST(PlanTest, ShowingWeightsDoesNotChangeTheOrder) {
   // "first" alone is ready at the beginning. "round" is left out; it waits for and provides "m2",
   // so weights behind it depend on where their computation began.
-  describe("first", "", R"("m0", "m2", "m3", "m4", "m5", "m8")");
+  describe("first", "", R"("m1", "m2", "m3", "m4", "m5", "m8")");
   describe("round", R"("m2", "m8")", R"("m2")");
   describe("a", R"("m5")", R"("m3", "m1", "m4")");
   describe("b", R"("m2")", R"("m1")");
