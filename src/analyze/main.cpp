@@ -3,11 +3,14 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "analyze/common_options.h"
 #include "analyze/verbs.h"
+#include "reading/nearest.h"
+#include "util/utf8.h"
 
 namespace bootforge::analyze {
 namespace {
@@ -24,11 +27,39 @@ std::vector<std::string> withEmptyValues(const std::vector<std::string>& given) 
   return words;
 }
 
+/// What a usage error looks like: one line that says what is wrong, one that says where help is.
+std::string usageError(const CLI::App* app, const CLI::Error& error) {
+  std::string verb;
+  const std::vector<CLI::App*> verbs = app->get_subcommands();
+  if (!verbs.empty()) verb = ' ' + verbs.front()->get_name();
+  return "bootforge-analyze: " + printable(error.what()) + "\nSee bootforge-analyze" + verb +
+         " --help.\n";
+}
+
+/// Throws UsageError, with the nearest verbs, for a first word that is none.
+void checkVerb(const CLI::App& app, int argc, char** argv) {
+  if (argc < 2 || argv[1][0] == '-') return;
+  const std::string word = argv[1];
+  std::vector<std::string> verbs;
+  for (const CLI::App* verb : app.get_subcommands([](const CLI::App*) { return true; })) {
+    verbs.push_back(verb->get_name());
+  }
+  if (std::find(verbs.begin(), verbs.end(), word) != verbs.end()) return;
+  std::string text = "there is no verb \"" + word + "\"";
+  const char* separator = "; did you mean ";
+  for (const std::string_view nearest : nearestNames(word, {verbs.begin(), verbs.end()})) {
+    text += separator + std::string(nearest);
+    separator = ", ";
+  }
+  throw UsageError(text);
+}
+
 int run(int argc, char** argv) {
   CLI::App app("Looks into an image before it boots, and into a boot after it.",
                "bootforge-analyze");
   app.set_version_flag("--version", std::string("bootforge-analyze ") + BOOTFORGE_VERSION);
   app.require_subcommand(1);
+  app.failure_message(usageError);
   int status = kGood;
   addVerify(app, status);
   addPlan(app, status);
@@ -44,6 +75,7 @@ int run(int argc, char** argv) {
   addExport(app, status);
   addFleet(app, status);
   try {
+    checkVerb(app, argc, argv);
     std::vector<std::string> words = withEmptyValues(markSides(argc, argv));
     std::reverse(words.begin(), words.end());  // as the parser wants them
     app.parse(std::move(words));

@@ -4,6 +4,7 @@
 #include <boost/json/object.hpp>
 #include <limits>
 #include <memory>
+#include <optional>
 
 #include "analyze/common_options.h"
 #include "analyze/output/json_output.h"
@@ -80,7 +81,7 @@ int runPlan(const PlanOptions& options) {
 
 struct WhyOptions : CommonOptions {
   std::string from;
-  std::string to;
+  std::optional<std::string> to;
 };
 
 /// The node of a name. Throws UsageError, with the nearest names, when there is none.
@@ -134,7 +135,7 @@ std::string reasonsAsText(const Reasons& reasons) {
 
 std::string chainsAsText(const WaitGraph& graph, const Chains& found, const WhyOptions& options) {
   if (found.chains.empty()) {
-    return printable(options.from) + " does not wait for " + printable(options.to) + '\n';
+    return printable(options.from) + " does not wait for " + printable(*options.to) + '\n';
   }
   std::string text;
   for (const WaitGraph::Indices& chain : found.chains) {
@@ -160,12 +161,12 @@ int runWhy(const WhyOptions& options) {
   const WaitGraph graph(image);
   remarkOnEnumeration(image);
   const WaitGraph::Index from = findNode(graph, options.from);
-  if (options.to.empty()) {
+  if (!options.to) {
     const Reasons reasons = reasonsOf(image, graph, from);
     writeOutput(options, options.isJson() ? reasonsAsJson(reasons) : reasonsAsText(reasons));
     return kGood;
   }
-  const Chains found = shortestChains(graph, from, findNode(graph, options.to));
+  const Chains found = shortestChains(graph, from, findNode(graph, *options.to));
   if (!found.areAll) remark("there are more chains than are listed here");
   writeOutput(options,
               options.isJson() ? chainsAsJson(graph, found) : chainsAsText(graph, found, options));
@@ -175,7 +176,7 @@ int runWhy(const WhyOptions& options) {
 // ---- dot
 
 struct DotOptions : CommonOptions {
-  std::string around;
+  std::optional<std::string> around;
   std::size_t depth = std::numeric_limits<std::size_t>::max();
 };
 
@@ -183,7 +184,7 @@ int runDot(const DotOptions& options) {
   const Image& image = openImage(options);
   const WaitGraph graph(image);
   std::optional<Part> part;
-  if (!options.around.empty()) part = Part{findNode(graph, options.around), options.depth};
+  if (options.around) part = Part{findNode(graph, *options.around), options.depth};
   const std::string drawing = drawGraph(image, graph, part);
   writeOutput(options,
               options.isJson() ? prettyJson(json::object{{"dot", jsonText(drawing)}}) : drawing);
@@ -196,6 +197,7 @@ void addPlan(CLI::App& app, int& status) {
   CLI::App* const verb = app.add_subcommand("plan", "in which order one worker would run");
   const auto options = std::make_shared<PlanOptions>();
   addImageOptions(*verb, *options);
+  addBootOptions(*verb, *options);
   addOutputOptions(*verb, *options, {"text", "json"});
   verb->add_flag("--reverse", options->reverse, "with --daemons: a stop");
   verb->callback([options, &status] { status = runPlan(*options); });
@@ -208,6 +210,7 @@ void addWhy(CLI::App& app, int& status) {
   verb->add_option("A", options->from, "the plugin")->required();
   verb->add_option("B", options->to, "another plugin: by which chains A waits for it");
   addImageOptions(*verb, *options);
+  addBootOptions(*verb, *options);
   addOutputOptions(*verb, *options, {"text", "json"});
   verb->callback([options, &status] { status = runWhy(*options); });
 }
@@ -216,6 +219,7 @@ void addDot(CLI::App& app, int& status) {
   CLI::App* const verb = app.add_subcommand("dot", "draws the graph for Graphviz");
   const auto options = std::make_shared<DotOptions>();
   addImageOptions(*verb, *options);
+  addBootOptions(*verb, *options);
   addOutputOptions(*verb, *options, {"text", "json"});
   verb->add_option("--around", options->around, "only what is near that plugin or milestone")
       ->option_text("NAME");

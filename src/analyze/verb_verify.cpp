@@ -49,6 +49,7 @@ void addVerify(CLI::App& app, int& status) {
   CLI::App* const verb = app.add_subcommand("verify", "finds every defect of an image");
   const auto options = std::make_shared<VerifyOptions>();
   addImageOptions(*verb, *options);
+  addBootOptions(*verb, *options);
   addOutputOptions(*verb, *options, {"text", "json", "sarif", "github"});
   verb->add_option("--fail-on", options->failOn, "what makes the exit status 1 (default: error)")
       ->option_text("error|warning|never")

@@ -7,8 +7,8 @@
 
 namespace bootforge {
 
-/// Line and column count from 1. A column is a character (a Unicode code point); a byte that
-/// belongs to no UTF-8 sequence is one as well.
+/// Line and column count from 1. A column is a character (a Unicode code point), with all bytes
+/// behind its first that look as if they continued it.
 struct Place {
   std::size_t line = 1;
   std::size_t column = 1;

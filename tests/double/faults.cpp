@@ -174,6 +174,13 @@ Result perform(Call call, Result failed, Real real) {
   return result;
 }
 
+int formatUnlessFailing(char* buffer, std::size_t size, const char* format, va_list arguments) {
+  const int error = errorFor(kSnprintf);
+  if (error == 0) return std::vsnprintf(buffer, size, format, arguments);
+  errno = error;
+  return -1;
+}
+
 }  // namespace
 
 void failCall(std::string_view call, Fault fault) {
@@ -392,12 +399,20 @@ void* __wrap_calloc(std::size_t count, std::size_t size) {
 }
 
 int __wrap_snprintf(char* buffer, std::size_t size, const char* format, ...) {
-  const int error = errorFor(kSnprintf);
   va_list arguments;
   va_start(arguments, format);
-  const int length = error == 0 ? std::vsnprintf(buffer, size, format, arguments) : -1;
+  const int length = formatUnlessFailing(buffer, size, format, arguments);
   va_end(arguments);
-  if (error != 0) errno = error;
+  return length;
+}
+
+// What snprintf becomes with _FORTIFY_SOURCE.
+int __wrap___snprintf_chk(char* buffer, std::size_t size, int, std::size_t, const char* format,
+                          ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = formatUnlessFailing(buffer, size, format, arguments);
+  va_end(arguments);
   return length;
 }
 

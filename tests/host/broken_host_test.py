@@ -5,10 +5,13 @@ import gzip
 import os
 import shutil
 import signal
+import socket
 import struct
 import termios
 
+import endpoints
 import host_case
+import isolation
 import readings
 from host_case import (LAUNCHING, POLLING, SETTING_UP, SIGNALLED, STOPPED, HostCase, activation,
                        starting)
@@ -171,6 +174,25 @@ class Devices(BrokenHost):
             self.assert_all_ran(host)
         self.assertEqual(host.kernel_log(), self.KERNEL * 2)
 
+    def test_a_syslog_daemon_that_stopped_reading_holds_nothing_up(self):
+        host = self.working_host()
+        host.detach(host.system_log)
+        os.unlink(host.path("/dev/log"))
+        hung = endpoints.SystemLog(host.root)
+        self.addCleanup(hung.close)
+        # No room is left from the beginning.
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM | socket.SOCK_NONBLOCK) as sender:
+            sender.connect(f"{host.root}/dev/log")
+            with self.assertRaises(BlockingIOError):
+                while True:
+                    sender.send(b"<30>full")
+        boot = host.boot()
+        self.assert_boot(boot, [LAUNCHING, SETTING_UP, *self.MESSAGES, STOPPED])
+        self.assert_all_ran(host)
+        self.assert_executor_log(host, POLLING, SIGNALLED)
+        hung.drain()
+        self.assertEqual(set(hung.messages), {b"<30>full"})
+
     def test_without_a_kernel_log_its_records_go_to_the_syslog(self):
         host = self.working_host()
         host.plugin("second", requires=["one", "nothing"], start=["note add --text=second"])
@@ -312,6 +334,20 @@ class ConfigurationStore(BrokenHost):
         self.assertEqual(boot.messages[4], STOPPED)
         self.assertEqual((boot.status, boot.stderr), (0, b""))
         self.assertEqual(host.listing("/var/run/nimbus/configstore/boot-state"), [])
+
+    def test_what_is_mounted_in_the_boot_state_stays_and_the_rest_goes(self):
+        self.need_mounts()
+        host = self.working_host()
+        state = "/var/run/nimbus/configstore/boot-state"
+        os.makedirs(host.path(f"{state}/mounted"))
+        host.write(f"{state}/other/file", "")
+        host.write("/etc/precious/file", "")
+        host.mount(host.path("/etc/precious"), f"{state}/mounted", flags=isolation.MS_BIND)
+        boot = host.boot()
+        self.assertEqual(boot.messages[5:],
+                         [("warning", f"{state}/mounted is left alone: it is a mount")])
+        self.assertEqual(host.listing(state), ["mounted"])
+        self.assertTrue(host.exists("/etc/precious/file"))
 
     def test_boot_state_that_cannot_be_removed_is_an_error(self):
         host = self.working_host()

@@ -62,6 +62,41 @@ class Programs(Commands):
         self.assertEqual(errors[-1], execution(command, f"{path} exited with code 9")[1])
         kept = [text.removeprefix(f"execution of '{command}' failed : ") for text in errors[:-1]]
         self.assertEqual("\n".join(kept), ("a line of many\n" * 5000)[:64 * 1024].rstrip("\n"))
+        self.assertIn(("warning", f"{path} wrote {200000 * 15 - 65536} bytes more"),
+                      host.executor_log())
+
+    def test_a_flood_of_short_lines_is_cut_short(self):
+        host = self.host()
+        path = host.shell_command("flood it", "yes | head -n 32768 >&2\nexit 9\n")
+        host.plugin("only", start=["flood it"])
+        host.boot()
+        told = [text for level, text in host.executor_log() if level == "error"]
+        self.assertEqual(told, [execution("flood it", "y")[1]] * 5000 +
+                         [execution("flood it", f"{path} exited with code 9")[1]])
+        self.assertIn(("warning", f"{path} wrote {27768 * 2} bytes more"), host.executor_log())
+
+    def test_control_characters_reach_no_log(self):
+        host = self.host()
+        path = host.shell_command("go wrong", "printf '\\033[2J\\tred\\r\\n' >&2\nexit ${1:-3}\n")
+        host.shell_command("go well", "printf '\\033[2J\\n' >&2\n")
+        self.assert_fails(host, "go wrong", "\\x1b[2J\tred\\x0d", f"{path} exited with code 3")
+        host.plugin("only", start=["go well"])
+        host.boot()
+        self.assertTrue(any(line == "\\x1b[2J" for line in host.read_lines(EXECUTOR_LOG)))
+        self.assertNotIn(b"\x1b", host.read(EXECUTOR_LOG))
+        self.assertFalse([text for text in host.system_log.messages if b"\x1b" in text])
+
+    def test_a_program_over_its_time_is_ended_and_the_boot_goes_on(self):
+        host = self.host()
+        path = host.shell_command("hang on", "echo waiting >&2\nsleep 1000 &\nwait\n", timeout=0.5)
+        host.plugin("only", start=["hang on", "note add --text=after"])
+        boot = host.boot()
+        self.assert_boot(boot, [LAUNCHING, SETTING_UP, starting("only"),
+                                *failed("only", refused("hang on")), STOPPED])
+        self.assert_executor_log(host, POLLING, execution("hang on", "waiting"),
+                                 execution("hang on", f"{path} timed out after 0.5 s"), SIGNALLED)
+        self.assertEqual(host.notes(), ["after"])
+        host.wait_for_emptiness()  # the program's own child is gone too
 
     def test_a_flood_before_success_is_no_error(self):
         host = self.host()
@@ -89,9 +124,12 @@ class Programs(Commands):
                     told = [message for message in host.executor_log() if message[0] == "error"]
                     self.assertEqual(told, [execution("leave child", "soon"), execution(
                         "leave child", f"{path} exited with code {code}")])
-                self.assertEqual(len(host.processes()), 1)  # the child, which lives on
+                # The child lives on, and with it what keeps its standard error from filling up.
+                self.assertEqual(len(host.processes()), 2)
+                self.assertEqual(len(host.processes("stderr-drain")), 1)
                 host.open_gate("/tmp/gate")
                 host.wait_for_emptiness()
+                self.assertEqual(host.notes(), ["next", "done"])
 
     def test_programs_that_cannot_be_started_say_why(self):
         host = self.host()
@@ -230,14 +268,15 @@ class CommandLines(Commands):
         self.assert_one(host, "note add --text=ab\0 --no-such-parameter")
         self.assertEqual(host.notes(), ["ab"])
 
-    def test_any_bytes_reach_the_program_and_the_logs_unchanged(self):
+    def test_any_bytes_reach_the_program_and_all_but_controls_the_logs(self):
         host = self.host()
         odd = "caf\udce9 \udcff\udcfe \x01\x7f %s%n ünï"
         host.plugin("only", start=[f"note add --text='{odd}'", f"no{odd}"])
         boot = host.boot()
         self.assertIn(os.fsencode(odd) + b"\n", host.read("/tmp/notes"))
+        shown = odd.replace("\x01\x7f", "\\x01\\x7f")
         self.assert_boot(boot, [LAUNCHING, SETTING_UP, starting("only"),
-                                *failed("only", refused(f"no{odd}")), STOPPED])
+                                *failed("only", refused(f"no{shown}")), STOPPED])
 
     def test_words_are_split_and_unquoted_and_nothing_is_expanded(self):
         host = self.host()

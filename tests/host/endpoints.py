@@ -61,6 +61,11 @@ class SystemLog:
     def close(self):
         self.socket.close()
 
+    def drain(self):
+        """For one that nobody reads by itself."""
+        while self.receive():
+            pass
+
 
 class Console:
     """The master of a pseudo-terminal whose slave can be shown as /dev/console."""

@@ -51,9 +51,9 @@ def kernel_records(data):
     return text.split("\n")[:-1]
 
 
-def syslog_message(datagram):
-    head = re.fullmatch(r"<(\d+)>\w{3} [ \d]\d \d\d:\d\d:\d\d bootforge(?:\[\d+\])?: (.*?)\n?",
-                        text_of(datagram).rstrip("\0"), re.S)
+def syslog_message(datagram, identity="bootforge"):
+    head = re.fullmatch(rf"<(\d+)>\w{{3}} [ \d]\d \d\d:\d\d:\d\d {re.escape(identity)}"
+                        r"(?:\[\d+\])?: (.*?)\n?", text_of(datagram).rstrip("\0"), re.S)
     if not head:
         raise ValueError(f"no syslog message: {datagram!r}")
     return Syslog(int(head[1]), head[2])

@@ -132,20 +132,23 @@ class RootFolder:
         description = {"metadata": metadata, "operations": operations}
         self.write(f"{PLUGINS}/{name}.json", json.dumps(description, ensure_ascii=False))
 
-    def command(self, path, program, folder=COMMANDS, **parameters):
+    def command(self, path, program, folder=COMMANDS, timeout=None, **parameters):
         """Defines the command with that path ("namespace... name") by its "exec" list."""
         namespace, name = path.rsplit(" ", 1)
         commands = self._commands.setdefault((folder, namespace), {})
         commands[name] = {"parameters": parameters, "exec": program}
+        if timeout is not None:
+            commands[name]["timeout"] = timeout
         self.write(f"{folder}/{namespace.replace(' ', '-')}.json",
                    json.dumps({"namespace": namespace, "commands": commands}))
 
-    def shell_command(self, path, script, **parameters):
+    def shell_command(self, path, script, timeout=None, **parameters):
         """Defines a command by a shell script, whose parent is then the executor. Returns the
         program's path."""
         program = f"/usr/bin/{path.replace(' ', '-')}"
         self.script(program, script)
-        self.command(path, [program] + [f"{{{name}}}" for name in parameters], **parameters)
+        self.command(path, [program] + [f"{{{name}}}" for name in parameters], timeout=timeout,
+                     **parameters)
         return program
 
     def debug(self, *lines):

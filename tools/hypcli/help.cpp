@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/linux/command_line.h"
+#include "platform/linux/text.h"
 
 namespace hypcli {
 namespace {
@@ -21,7 +22,11 @@ bool beginsWith(const Path& path, const Path& start) {
   return path.size() >= start.size() && std::equal(start.begin(), start.end(), path.begin());
 }
 
-void print(const std::string& text) { std::fwrite(text.data(), 1, text.size(), stdout); }
+/// Command files are written by others: nothing in them commands a terminal.
+void print(const std::string& text) {
+  const std::string shown = host_linux::withoutControls(text);
+  std::fwrite(shown.data(), 1, shown.size(), stdout);
+}
 
 /// A heading and rows of two columns; nothing where there are no rows.
 void printTable(const std::string& heading, const Rows& rows) {

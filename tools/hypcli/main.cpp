@@ -1,5 +1,6 @@
 // hypcli: the host's management commands at a shell.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include "platform/linux/command_line.h"
 #include "platform/linux/command_registry.h"
 #include "platform/linux/command_runner.h"
+#include "platform/linux/text.h"
 #include "platform/log.h"
 #include "tools/hypcli/help.h"
 
@@ -37,6 +39,9 @@ void openMissingStreams() {
   }
 }
 
+/// What we make, or a program that we start, nobody but us may write.
+void takeUmask() { umask(umask(S_IWGRP | S_IWOTH) | S_IWGRP | S_IWOTH); }
+
 void readCommands(CommandRegistry* registry) {
   for (const char* directory : kDirectories) {
     if (access(directory, F_OK) != 0) continue;  // no host needs to have all of them
@@ -50,7 +55,8 @@ void readCommands(CommandRegistry* registry) {
 
 int fail(ExitStatus status, const std::vector<std::string>& errors) {
   for (const std::string& error : errors) {
-    std::fprintf(stderr, "%s%s\n", status == kUsage ? "hypcli: " : "", error.c_str());
+    std::fprintf(stderr, "%s%s\n", status == kUsage ? "hypcli: " : "",
+                 host_linux::withoutControls(error).c_str());
   }
   if (status == kUsage) std::fputs("Try 'hypcli --help' for more information.\n", stderr);
   return status;
@@ -60,7 +66,7 @@ int runLine(const CommandRegistry& registry, const CommandLine& line) {
   if (!line.errors.empty()) return fail(kUsage, line.errors);
   BoundCommand bound = host_linux::bindCommand(registry, line.path, line.parameters);
   if (!bound.errors.empty()) return fail(kUsage, bound.errorTexts());
-  std::vector<std::string> errors = host_linux::runCommand(bound.words);
+  std::vector<std::string> errors = host_linux::runCommand(bound);
   return errors.empty() ? kDone : fail(kFailed, errors);
 }
 
@@ -98,6 +104,7 @@ int answer(std::vector<std::string> words) {
 
 int main(int argc, char** argv) {
   openMissingStreams();
+  takeUmask();
   // Warnings about bad command files belong on standard error, beside our own.
   Log_SetStderrLevel(0, 3);
   int status = answer({argv + std::min(argc, 1), argv + argc});

@@ -6,19 +6,24 @@
 // It moves itself into the control group GROUP below /sys/fs/cgroup/bootforge (cgroups(7), version
 // 2) and becomes "/etc/init.d/NAME WORDS..." in the same process. Without a writable control group
 // it goes on without one. A group or a name that cannot be: one line on standard error and status
-// 127.
+// 127. Where standard error is the null device, what is written there goes to the syslog daemon.
+// The script has default signal dispositions, no signal blocked, and an umask of 022 at least.
 
 #include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/uio.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
+
+#include "tools/launch/relay.h"
 
 namespace {
 
@@ -70,6 +75,21 @@ void joinGroup(char* group) {
   ::close(processes);
 }
 
+bool isNullDevice(int fd) {
+  struct stat status {};
+  return ::fstat(fd, &status) == 0 && S_ISCHR(status.st_mode) && status.st_rdev == makedev(1, 3);
+}
+
+/// Whoever calls, by hand or in a boot: the script finds the same.
+void takeDefaults() {
+  for (int signal = 1; signal < NSIG; ++signal) ::signal(signal, SIG_DFL);
+  sigset_t none;
+  sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;
+  ::umask(::umask(kOthersWrite) | kOthersWrite);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -88,7 +108,9 @@ int main(int argc, char** argv) {
       ::access(script, X_OK) != 0) {
     return refuse(name, "there is no such script in /etc/init.d");
   }
+  takeDefaults();
   joinGroup(group);
+  if (isNullDevice(STDERR_FILENO)) relayStandardError(name, argc, argv);
   // The script's words follow its name; the group's word makes room for the name.
   argv[1] = script;
   ::execv(script, argv + 1);

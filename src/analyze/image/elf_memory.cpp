@@ -11,32 +11,34 @@ namespace {
 [[noreturn]] void fail(const char* reason) { throw std::invalid_argument(reason); }
 
 /// What a relocation does to the pointer at its place.
-enum class Effect { None, Relative, Symbol, Unknown };
-
-// Relative relocations as bits of a map; not every <elf.h> knows their tags.
-constexpr std::int64_t kPackedRelocationsSize = 35;
-constexpr std::int64_t kPackedRelocations = 36;
+enum class Effect { None, Relative, Symbol };
 
 Effect effectOf(std::uint16_t machine, std::uint64_t type) {
-  if (type == 0) return Effect::None;  // on every machine
   switch (machine) {
     case EM_X86_64:
       if (type == R_X86_64_RELATIVE) return Effect::Relative;
-      return type == R_X86_64_64 || type == R_X86_64_GLOB_DAT ? Effect::Symbol : Effect::Unknown;
+      return type == R_X86_64_64 || type == R_X86_64_GLOB_DAT ? Effect::Symbol : Effect::None;
     case EM_AARCH64:
       if (type == R_AARCH64_RELATIVE) return Effect::Relative;
-      return type == R_AARCH64_ABS64 || type == R_AARCH64_GLOB_DAT ? Effect::Symbol
-                                                                   : Effect::Unknown;
+      return type == R_AARCH64_ABS64 || type == R_AARCH64_GLOB_DAT ? Effect::Symbol : Effect::None;
     case EM_RISCV:
       if (type == R_RISCV_RELATIVE) return Effect::Relative;
-      return type == R_RISCV_64 ? Effect::Symbol : Effect::Unknown;
+      return type == R_RISCV_64 ? Effect::Symbol : Effect::None;
     case EM_PPC64:
       if (type == R_PPC64_RELATIVE) return Effect::Relative;
-      return type == R_PPC64_ADDR64 ? Effect::Symbol : Effect::Unknown;
+      return type == R_PPC64_ADDR64 ? Effect::Symbol : Effect::None;
     default:
-      return Effect::Unknown;
+      return Effect::None;
   }
 }
+
+bool areRelocationsKnown(std::uint16_t machine) {
+  return machine == EM_X86_64 || machine == EM_AARCH64 || machine == EM_RISCV ||
+         machine == EM_PPC64;
+}
+
+constexpr std::int64_t kPackedRelocations = 36;  // DT_RELR, which older headers do not have
+constexpr std::int64_t kPackedRelocationsSize = 35;
 
 }  // namespace
 
@@ -56,9 +58,9 @@ ElfMemory::ElfMemory(std::string_view file) : file_(file) {
   if (flags && (*flags & DF_1_PIE) != 0) {
     fail("cannot dynamically load position-independent executable");
   }
+  readRelocations(dynamic(DT_RELA).value_or(0), dynamic(DT_RELASZ).value_or(0));
   readPackedRelocations(dynamic(kPackedRelocations).value_or(0),
                         dynamic(kPackedRelocationsSize).value_or(0));
-  readRelocations(dynamic(DT_RELA).value_or(0), dynamic(DT_RELASZ).value_or(0));
 }
 
 void ElfMemory::readHeaders() {
@@ -103,43 +105,39 @@ void ElfMemory::readRelocations(std::uint64_t address, std::uint64_t size) {
     const auto addend = read<std::uint64_t>(address + at + 16);
     if (!offset || !info || !addend) return;
     const Effect effect = effectOf(machine(), GELF_R_TYPE(*info));
-    if (effect == Effect::None) continue;
-    Pointer& pointer = relocated_[*offset];
-    pointer = {Pointer::Kind::Elsewhere, 0};
+    if (effect == Effect::Relative) relocated_[*offset] = {true, *addend};
+    if (effect != Effect::Symbol) continue;
     GElf_Sym symbol{};
-    if (effect == Effect::Relative) {
-      pointer = {Pointer::Kind::Here, *addend};
-    } else if (effect == Effect::Symbol && readSymbol(GELF_R_SYM(*info), &symbol) &&
-               symbol.st_shndx != SHN_UNDEF) {
-      pointer = {Pointer::Kind::Here, symbol.st_value + *addend};
+    const bool isRead = readSymbol(GELF_R_SYM(*info), &symbol);
+    if (isRead && symbol.st_shndx != SHN_UNDEF) {
+      relocated_[*offset] = {true, symbol.st_value + *addend, symbol.st_shndx == SHN_ABS};
+    } else {
+      relocated_[*offset] = {false, 0};
     }
   }
 }
 
-// An even word is the place of a pointer; the bits of an odd one tell which of the 63 words behind
-// it are pointers too. Each holds the address before relocation.
+// Addresses of pointers to be moved with the object, each followed by bitmaps, whose lowest bit is
+// set, for the 63 pointers behind it.
 void ElfMemory::readPackedRelocations(std::uint64_t address, std::uint64_t size) {
-  constexpr std::uint64_t kWord = sizeof(std::uint64_t);
-  constexpr std::uint64_t kWordsOfMap = 63;
+  constexpr std::uint64_t kPointer = 8;
   size = std::min<std::uint64_t>(size, file_.size());
-  const auto relocate = [this](std::uint64_t place) {
-    if (const auto value = read<std::uint64_t>(place)) {
-      relocated_[place] = {Pointer::Kind::Here, *value};
-    }
-  };
   std::uint64_t next = 0;
-  for (std::uint64_t at = 0; at + kWord <= size; at += kWord) {
-    const auto word = read<std::uint64_t>(address + at);
-    if (!word) return;
-    if ((*word & 1) == 0) {
-      relocate(*word);
-      next = *word + kWord;
+  const auto relocate = [this](std::uint64_t place) {
+    if (const auto value = read<std::uint64_t>(place)) relocated_[place] = {true, *value};
+  };
+  for (std::uint64_t at = 0; at + kPointer <= size; at += kPointer) {
+    const auto entry = read<std::uint64_t>(address + at);
+    if (!entry) return;
+    if ((*entry & 1) == 0) {
+      relocate(*entry);
+      next = *entry + kPointer;
       continue;
     }
-    for (std::uint64_t i = 0; i < kWordsOfMap; ++i) {
-      if ((*word >> (i + 1) & 1) != 0) relocate(next + i * kWord);
+    for (std::uint64_t bits = *entry >> 1, place = next; bits != 0; bits >>= 1, place += kPointer) {
+      if ((bits & 1) != 0) relocate(place);
     }
-    next += kWordsOfMap * kWord;
+    next += 63 * kPointer;
   }
 }
 
@@ -193,7 +191,7 @@ std::optional<ElfMemory::Pointer> ElfMemory::readPointer(std::uint64_t address) 
   if (place != relocated_.end()) return place->second;
   const auto value = read<std::uint64_t>(address);
   if (!value) return std::nullopt;
-  return Pointer{*value == 0 ? Pointer::Kind::Null : Pointer::Kind::Nowhere, *value};
+  return Pointer{true, *value, *value != 0 && areRelocationsKnown(machine())};
 }
 
 std::optional<std::string> ElfMemory::readText(std::uint64_t address) const {
@@ -270,7 +268,7 @@ std::optional<ElfMemory::Symbol> ElfMemory::findSymbol(std::string_view name) co
     if (!text.starts_with(name) || text.size() <= name.size() || text[name.size()] != '\0')
       continue;
     if (symbol.st_value == 0) return std::nullopt;
-    return Symbol{symbol.st_value, symbol.st_size};
+    return Symbol{symbol.st_value, symbol.st_size, symbol.st_shndx == SHN_ABS};
   }
   return std::nullopt;
 }

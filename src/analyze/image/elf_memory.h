@@ -21,20 +21,14 @@ class ElfMemory {
   /// A symbol that the object defines.
   struct Symbol {
     std::uint64_t address = 0;
-    std::uint64_t size = 0;  // 0 where the object does not say
+    std::uint64_t size = 0;   // 0 where the object does not say
+    bool isAbsolute = false;  // it does not move with the object, so nothing of it is there
   };
-  /// A pointer after relocation.
+  /// A pointer after relocation: none for one that another object fills.
   struct Pointer {
-    enum class Kind {
-      Null,
-      Here,       // to an address of this object
-      Elsewhere,  // filled by another object, or in a way that is not known here
-      Nowhere,    // no relocation touches it: wherever the object is loaded, it leads out of it
-    };
-    Kind kind = Kind::Null;
+    bool isKnown = true;
     std::uint64_t address = 0;
-
-    bool isHere() const { return kind == Kind::Here; }
+    bool isAbsolute = false;  // no relocation made it point into the object
   };
 
   explicit ElfMemory(std::string_view file);

@@ -132,7 +132,9 @@ void Image::linkFile(std::size_t index) {
   BarrierRegistry& barriers = catalogue_.barriers;
   if (file.entry.kind == Entry::Kind::Debug) {
     for (const DebugLine& line : debugLines_) {
-      if (line.entry && line.entry->name == name) addInjection(line);
+      if (!line.entry || line.entry->name != name) continue;
+      addInjection(line);
+      file.hasInjection = true;
     }
   }
   if (file.error != 0) return;

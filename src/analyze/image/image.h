@@ -49,6 +49,7 @@ struct PluginFile {
   std::vector<std::string> missingLibraries;
   /// What became of its plugin; none (a null plugin) for a file that has none or is rejected.
   Admission admission;
+  bool hasInjection = false;  // a .debug file of which debug injections have the name
 
   bool hasPlugin() const { return admission.plugin != nullptr; }
   bool takesPart() const {

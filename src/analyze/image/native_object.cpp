@@ -13,8 +13,6 @@
 namespace bootforge::analyze {
 namespace {
 
-using Pointer = ElfMemory::Pointer;
-
 class RecordReader {
  public:
   RecordReader(const ElfMemory& memory, NativeObject& object) : memory_(memory), object_(object) {}
@@ -39,19 +37,23 @@ class RecordReader {
   }
 
   void readOperations(const ElfMemory::Symbol& symbol) {
+    if (symbol.isAbsolute) {
+      isWild_ = true;
+      return;
+    }
     if (isShort(symbol, native::kOperationsSize)) {
       object_.recordFaults.emplace_back(native::kShortOperations);
       return;
     }
     const auto entry =
         pointerAt(symbol.address + offsetof(bootforge_operations, apply_host_profile));
-    object_.record.hasApplyHostProfile = entry && entry->kind != Pointer::Kind::Null;
+    object_.record.hasApplyHostProfile = entry && (!entry->isKnown || entry->address != 0);
   }
 
   void readMetadata(const ElfMemory::Symbol& symbol) {
     NativeRecord& record = object_.record;
     const auto version = memory_.readInt32(symbol.address);
-    if (!version) {
+    if (!version || symbol.isAbsolute) {
       isWild_ = true;
       return;
     }
@@ -72,23 +74,25 @@ class RecordReader {
     record.disablingFlags = namesAt(at + offsetof(bootforge_metadata, disabling_flags));
     const auto runOnce = memory_.readByte(at + offsetof(bootforge_metadata, run_once));
     record.runOnce = runOnce.value_or(0) != 0;
-    if (const auto text = targetAt(at + offsetof(bootforge_metadata, plugin_version))) {
-      record.pluginVersion = textAt(*text);
-    }
+    const auto text = targetAt(at + offsetof(bootforge_metadata, plugin_version));
+    if (text) record.pluginVersion = textAt(*text);
   }
 
-  std::optional<Pointer> pointerAt(std::uint64_t address) {
+  std::optional<ElfMemory::Pointer> pointerAt(std::uint64_t address) {
     auto pointer = memory_.readPointer(address);
     if (!pointer) isWild_ = true;
     return pointer;
   }
 
-  /// Where the pointer at an address leads in this object; nothing for null, and for what another
+  /// Where a pointer leads to in the object; nothing for a null pointer, and for one that another
   /// object fills, which cannot be known.
   std::optional<std::uint64_t> targetAt(std::uint64_t address) {
     const auto pointer = pointerAt(address);
-    if (pointer && pointer->kind == Pointer::Kind::Nowhere) isWild_ = true;
-    if (!pointer || !pointer->isHere()) return std::nullopt;
+    if (!pointer || !pointer->isKnown || pointer->address == 0) return std::nullopt;
+    if (pointer->isAbsolute) {
+      isWild_ = true;
+      return std::nullopt;
+    }
     return pointer->address;
   }
 
@@ -102,16 +106,17 @@ class RecordReader {
     return *std::move(text);
   }
 
+  /// The array that a field points to.
   std::vector<std::string> namesAt(std::uint64_t field) {
     std::vector<std::string> names;
-    auto at = targetAt(field);
-    if (!at) return names;
-    while (const auto name = targetAt(*at)) {
+    const auto array = targetAt(field);
+    if (!array) return names;
+    for (std::uint64_t at = *array;; at += 8) {
+      const auto name = targetAt(at);
+      if (!name) return names;
       names.push_back(textAt(*name));
-      if (isWild_) break;
-      *at += 8;
+      if (isWild_) return names;
     }
-    return names;
   }
 
   const ElfMemory& memory_;

@@ -72,18 +72,18 @@ class CommandLines {
 
  private:
   void check(const PlacedString& line, TextReporter& text) {
-    // What goes over the socket ends at a zero byte.
+    // What goes over the socket ends at a zero byte. What is too long is judged as it stands: that
+    // it is cut has been said.
     const std::string sent = line.text.c_str();
-    if (isStopRequest(sent.c_str())) {
-      text.add("command-is-stop", line.at, sent,
-               "the command line begins with \"" + sent.substr(0, kStopRequest.size()) +
-                   "\", which stops the executor");
-      return;
-    }
     if (sent.size() > kRequestLimit) {
       text.add("command-too-long", line.at, sent.substr(0, sent.find(' ')),
                "the command line has " + std::to_string(sent.size()) +
                    " bytes, and would be cut at " + std::to_string(kRequestLimit));
+    }
+    if (isStopRequest(sent.c_str())) {
+      text.add("command-is-stop", line.at, sent,
+               "the command line begins with \"" + sent.substr(0, kStopRequest.size()) +
+                   "\", which stops the executor");
       return;
     }
     const host_linux::CommandLine parsed = host_linux::parseLine(sent);

@@ -78,7 +78,7 @@ void checkFiles(const Image& image, Reporter& reporter) {
   for (const PluginFile& file : image.files()) {
     checkType(file, reporter);
     if (file.entry.kind == Entry::Kind::Json) checkDescription(file, reporter);
-    if (!file.hasPlugin()) continue;
+    if (!file.hasPlugin() && !file.hasInjection) continue;
     const auto [first, isNew] = byName.emplace(file.entry.baseName, &file);
     if (isNew) continue;
     reporter.add(

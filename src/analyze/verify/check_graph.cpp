@@ -1,4 +1,8 @@
 #include <algorithm>
+#include <memory>
+#include <optional>
+#include <tuple>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "analyze/image/wait_graph.h"
@@ -22,6 +26,7 @@ class GraphCheck {
     for (Index i = 0; i < graph_.size(); ++i) {
       if (graph_.kind(i) == WaitGraph::Kind::Milestone) checkMilestone(i);
     }
+    reportMilestones();
   }
 
   void checkCycles() {
@@ -44,6 +49,22 @@ class GraphCheck {
   }
 
  private:
+  /// Where a plugin says what it is tied to.
+  struct Source {
+    const std::string* path;
+    const std::string* text;
+  };
+
+  /// Something about a milestone, at the place where a plugin requires it.
+  struct MilestoneFinding {
+    std::string_view rule;
+    Source source;
+    std::optional<std::size_t> at;
+    std::string name;
+    std::string message;
+    std::string help;
+  };
+
   void checkMilestone(Index milestone) {
     const WaitGraph::Indices& dependents = graph_.dependents(milestone);
     const auto requirer = std::find_if(dependents.begin(), dependents.end(),
@@ -51,35 +72,73 @@ class GraphCheck {
     if (requirer == dependents.end()) return;
     const std::string& name = graph_.name(milestone);
     const WaitGraph::Indices& providers = graph_.prerequisites(milestone);
+    const Source source = sourceOf(*requirer);
     if (providers.empty()) {
-      Finding& finding = addAt("milestone-unprovided", *requirer, name,
-                               "the milestone \"" + name + "\" is not provided by any plugin");
-      finding.subject = name;
-      finding.help = nearestProvided(name);
+      found_.push_back({"milestone-unprovided", source, placeOf(*requirer, name), name,
+                        "the milestone \"" + name + "\" is not provided by any plugin",
+                        nearestProvided(name)});
     } else if (std::all_of(providers.begin(), providers.end(),
                            [this](Index index) { return graph_.isDone(index); })) {
       std::string message = "all that provide the milestone \"" + name + "\" are left out:";
       for (const Index provider : providers) message += " " + graph_.name(provider);
-      addAt("milestone-left-out", *requirer, name, message).subject = name;
+      found_.push_back(
+          {"milestone-left-out", source, placeOf(*requirer, name), name, std::move(message), {}});
     }
+  }
+
+  /// In the order of their places, so that no text is walked for each of them.
+  void reportMilestones() {
+    std::stable_sort(found_.begin(), found_.end(),
+                     [](const MilestoneFinding& one, const MilestoneFinding& other) {
+                       return std::tie(*one.source.path, one.at) <
+                              std::tie(*other.source.path, other.at);
+                     });
+    std::unique_ptr<TextReporter> text;
+    const std::string* last = nullptr;
+    for (MilestoneFinding& found : found_) {
+      if (found.source.text != last) {
+        last = found.source.text;
+        text = std::make_unique<TextReporter>(reporter_, *found.source.path, *last);
+      }
+      Finding& finding =
+          found.at
+              ? text->add(found.rule, *found.at, found.name, std::move(found.message))
+              : reporter_.add(found.rule, *found.source.path, found.name, std::move(found.message));
+      finding.help = std::move(found.help);
+    }
+  }
+
+  Source sourceOf(Index plugin) const {
+    static const std::string debugConfiguration = kDebugConfiguration;
+    const Node& node = graph_.node(plugin);
+    if (image_.debugLineOf(node) != nullptr) return {&debugConfiguration, &*image_.debugText()};
+    const PluginFile& file = *image_.fileOf(node);
+    return {&file.path, &file.text};
+  }
+
+  /// The first place at which a plugin requires a milestone; none in a shared object.
+  std::optional<std::size_t> placeOf(Index plugin, const std::string& milestone) {
+    const Node& node = graph_.node(plugin);
+    if (const DebugLine* const line = image_.debugLineOf(node)) return line->at;
+    const auto [known, isNew] = required_.try_emplace(plugin);
+    if (isNew) {
+      for (const PlacedString& name : image_.fileOf(node)->description.requires_) {
+        known->second.emplace(name.text, name.at);
+      }
+    }
+    const auto place = known->second.find(milestone);
+    if (place == known->second.end()) return std::nullopt;
+    return place->second;
   }
 
   /// A finding at the place where a plugin requires a milestone.
   Finding& addAt(std::string_view rule, Index plugin, const std::string& milestone,
                  const std::string& message) {
-    const Node& node = graph_.node(plugin);
-    if (const DebugLine* const line = image_.debugLineOf(node)) {
-      TextReporter text(reporter_, kDebugConfiguration, *image_.debugText());
-      return text.add(rule, line->at, graph_.name(plugin), message);
-    }
-    const PluginFile& file = *image_.fileOf(node);
-    const Description::Strings& list = file.description.requires_;
-    const auto place =
-        std::find_if(list.begin(), list.end(),
-                     [&milestone](const PlacedString& other) { return other.text == milestone; });
-    if (place == list.end()) return reporter_.add(rule, file.path, graph_.name(plugin), message);
-    TextReporter text(reporter_, file.path, file.text);
-    return text.add(rule, place->at, graph_.name(plugin), message);
+    const Source source = sourceOf(plugin);
+    const std::optional<std::size_t> at = placeOf(plugin, milestone);
+    if (!at) return reporter_.add(rule, *source.path, graph_.name(plugin), message);
+    return TextReporter(reporter_, *source.path, *source.text)
+        .add(rule, *at, graph_.name(plugin), message);
   }
 
   /// What a member of a cycle waits for in it: on the chain that is shown, where it is part of
@@ -119,6 +178,8 @@ class GraphCheck {
   const Image& image_;
   Reporter& reporter_;
   const WaitGraph graph_;
+  std::unordered_map<Index, std::unordered_map<std::string_view, std::size_t>> required_;
+  std::vector<MilestoneFinding> found_;
   std::vector<std::string_view> provided_;
   std::size_t comparisons_ = 0;
 };

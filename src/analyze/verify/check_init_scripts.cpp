@@ -4,22 +4,28 @@
 namespace bootforge::analyze {
 namespace {
 
+/// Why the kernel would not run what is in a script, or nothing.
+std::string reasonAgainstText(const RootFolder& root, const std::string& head) {
+  if (head.starts_with("\x7f"
+                       "ELF"))
+    return {};
+  if (!head.starts_with("#!")) return "it has no interpreter line";
+  // Up to the next blank, as the kernel reads it: a carriage return is part of the name.
+  const std::size_t begin = head.find_first_not_of(" \t", 2);
+  if (begin == std::string::npos) return "its interpreter line names no interpreter";
+  const std::string interpreter = head.substr(begin, head.find_first_of(" \t", begin) - begin);
+  const std::optional<FileStatus> status = root.status(interpreter);
+  if (status && status->isExecutable()) return {};
+  return "its interpreter " + interpreter + (status ? " is not executable" : " is missing");
+}
+
 /// Why a script cannot be run, or nothing.
 std::string reasonAgainst(const RootFolder& root, const InitScript& script) {
   if (!script.status) return "there is no such file";
   if (!script.status->isRegular()) return "it is no regular file";
-  if (!script.status->isExecutable()) return "it is not executable";
-  if (script.head.starts_with("\x7f"
-                              "ELF"))
-    return {};
-  if (!script.head.starts_with("#!")) return "it has no interpreter line";
-  const std::size_t begin = script.head.find_first_not_of(" \t", 2);
-  if (begin == std::string::npos) return "its interpreter line names no interpreter";
-  const std::size_t end = script.head.find_first_of(" \t\r", begin);
-  const std::string interpreter = script.head.substr(begin, end - begin);
-  const std::optional<FileStatus> status = root.status(interpreter);
-  if (status && status->isExecutable()) return {};
-  return "its interpreter " + interpreter + (status ? " is not executable" : " is missing");
+  const std::string reason = reasonAgainstText(root, script.head);
+  if (script.status->isExecutable()) return reason;
+  return "it is not executable" + (reason.empty() ? "" : ", and " + reason);
 }
 
 }  // namespace

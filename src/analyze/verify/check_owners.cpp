@@ -13,16 +13,18 @@ class OwnerCheck {
   OwnerCheck(const Image& image, uid_t owner, Reporter& reporter)
       : root_(image.root()), owner_(owner), reporter_(reporter) {}
 
-  /// A file whose status is known, with the folders above it.
-  void check(const std::string& path, const std::optional<FileStatus>& status) {
+  /// A file, with the folders above it. Its status is asked for where it is not known: that takes
+  /// no permission to read it.
+  void check(const std::string& path, std::optional<FileStatus> status) {
     if (!isNew(path)) return;
+    if (!status) status = root_.status(path);
     if (status) judge(path, *status);
     if (path != "/") checkFolder(path.substr(0, path.rfind('/')));
   }
 
   void checkFolder(const std::string& path) {
     const std::string folder = path.empty() ? "/" : path;
-    if (!seen_.contains(folder)) check(folder, root_.status(folder));
+    if (!seen_.contains(folder)) check(folder, std::nullopt);
   }
 
  private:

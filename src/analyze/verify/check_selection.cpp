@@ -50,7 +50,7 @@ void checkSelection(const Image& image, Reporter& reporter) {
                    "the run-once key " + quoted(key) + " is kept as " + quoted(cleaned) +
                        ", so the plugin runs every time");
     }
-    if (file.admission.isLeftOut()) continue;
+    // The record outlives the boot, and with it the flags by which one of them is left out now.
     const auto [first, isNew] = byKey.emplace(cleaned, &file);
     if (isNew) continue;
     reporter.add("run-once-collision", file.path, plugin.name(),

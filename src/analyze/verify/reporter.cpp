@@ -11,6 +11,8 @@ namespace {
 constexpr std::size_t kBefore = 60;
 constexpr std::size_t kBehind = 90;
 constexpr const char* kCut = "...";
+// Bytes of UTF-8.
+constexpr std::size_t kLongestCharacter = 4;
 
 bool isContinuation(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
 
@@ -42,14 +44,14 @@ void TextReporter::moveTo(std::size_t offset) {
     lineAt_ = 0;
     place_ = {};
   }
-  for (; at_ < offset; ++at_) {
-    if (text_[at_] == '\n') {
-      ++place_.line;
-      place_.column = 1;
-      lineAt_ = at_ + 1;
-    } else if (at_ + 1 >= text_.size() || !isContinuation(text_[at_ + 1])) {
-      ++place_.column;
-    }
+  while (at_ < offset) {
+    const bool isNewline = text_[at_] == '\n';
+    at_ += firstCharacter(text_.substr(at_, kLongestCharacter)).length;
+    ++place_.column;
+    if (!isNewline) continue;
+    ++place_.line;
+    place_.column = 1;
+    lineAt_ = at_;
   }
 }
 

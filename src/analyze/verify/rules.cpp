@@ -91,8 +91,7 @@ const std::vector<Rule>& allRules() {
        "library, or link it statically."},
       {"debug-invalid", Severity::Error, "A list of a debug injection has a bad escape.",
        "The boot stops reading: no plugin runs, and the exit status is 1. A backslash stands "
-       "before "
-       "a quote, a backslash or the letter n only."},
+       "before a quote, a comma, a backslash or the letter n only."},
       {"debug-active", Severity::Warning, "The image has debug injections.",
        "Their commands run at every boot, as root, through the shell. Take "
        "/etc/nimbus/bootforge/debug.conf out of images that ship."},

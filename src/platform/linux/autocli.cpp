@@ -47,7 +47,7 @@ void Dispatcher::ExecuteCommand(std::shared_ptr<CommandInput> input,
   const host_linux::BoundCommand bound =
       host_linux::bindCommand(state_->registry, {path.begin(), path.end()}, input->GetParameters());
   std::vector<std::string> errors =
-      bound.errors.empty() ? host_linux::runCommand(bound.words) : bound.errorTexts();
+      bound.errors.empty() ? host_linux::runCommand(bound) : bound.errorTexts();
   for (std::string& error : errors) output->AddError(std::move(error));
 }
 

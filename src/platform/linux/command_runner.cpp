@@ -4,11 +4,16 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
+#include <iterator>
 #include <optional>
+#include <string_view>
 
 #include "platform/linux/command_line.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/program.h"
+#include "platform/linux/text.h"
+#include "platform/log.h"
 
 namespace host_linux {
 namespace {
@@ -30,24 +35,45 @@ std::optional<std::string> expand(const std::vector<Piece>& pieces, const Values
   return argument;
 }
 
-void appendLines(const std::string& text, std::vector<std::string>* lines) {
+/// A program that says more is cut short: each line becomes a message with the whole command. That
+/// many lines of a dozen characters fill the 64 KiB that are kept.
+constexpr std::size_t kMostLines = 5000;
+
+/// Appends the non-empty lines; returns how many bytes of lines were too many.
+std::size_t appendLines(const std::string& text, std::vector<std::string>* lines) {
   for (std::size_t begin = 0, end = 0; begin < text.size(); begin = end + 1) {
     end = std::min(text.find('\n', begin), text.size());
-    if (end > begin) lines->push_back(text.substr(begin, end - begin));
+    if (end == begin) continue;
+    if (lines->size() == kMostLines) return text.size() - begin;
+    lines->push_back(withoutControls(std::string_view(text).substr(begin, end - begin)));
   }
+  return 0;
 }
 
-std::string describeEnd(int status) {
-  if (WIFSIGNALED(status)) return "was killed by signal " + std::to_string(WTERMSIG(status));
-  return "exited with code " + std::to_string(WEXITSTATUS(status));
+std::string describeMore(const std::string& program, std::size_t bytes) {
+  return program + " wrote " + std::to_string(bytes) + " bytes more";
+}
+
+/// "2", "0.5": as few digits as tell it.
+std::string describeSeconds(double seconds) {
+  char text[400];
+  const std::to_chars_result end =
+      std::to_chars(std::begin(text), std::end(text), seconds, std::chars_format::fixed);
+  return {text, end.ptr};
+}
+
+std::string describeEnd(const ProgramEnd& end, std::optional<double> timeout) {
+  if (end.timedOut) return "timed out after " + describeSeconds(*timeout) + " s";
+  if (!end.failure.empty()) return end.failure;
+  if (WIFSIGNALED(end.status))
+    return "was killed by signal " + std::to_string(WTERMSIG(end.status));
+  return "exited with code " + std::to_string(WEXITSTATUS(end.status));
 }
 
 /// So that nothing that a program has to say is lost in silence.
 void passOn(const ProgramEnd& end, const std::string& program) {
-  std::string text = end.standardError;
-  if (end.dropped > 0) {
-    text += "\n" + program + " wrote " + std::to_string(end.dropped) + " bytes more\n";
-  }
+  std::string text = withoutControls(end.standardError);
+  if (end.dropped > 0) text += "\n" + describeMore(program, end.dropped) + "\n";
   writeAll(STDERR_FILENO, text.data(), text.size());
 }
 
@@ -64,11 +90,14 @@ BoundCommand bindCommand(const CommandRegistry& registry, const std::vector<std:
   std::string commandName = joinWords(path);
   const Command* found = registry.find(path);
   using Kind = BindingError::Kind;
+  BoundCommand bound;
   if (!found) {
-    return {{}, {{Kind::UnknownCommand, commandName, "unknown command '" + commandName + "'"}}};
+    bound.errors.push_back(
+        {Kind::UnknownCommand, commandName, "unknown command '" + commandName + "'"});
+    return bound;
   }
   const Command& command = *found;
-  BoundCommand bound;
+  bound.timeout = command.timeout;
   Values values(command.parameters.size(), nullptr);
   for (const auto& [name, value] : given) {
     std::optional<std::size_t> index = findParameter(command.parameters, name);
@@ -105,16 +134,17 @@ BoundCommand bindCommand(const CommandRegistry& registry, const std::vector<std:
   return bound;
 }
 
-std::vector<std::string> runCommand(const std::vector<std::string>& words) {
-  ProgramEnd end = runProgram(words);
-  const std::string& program = words.front();
+std::vector<std::string> runCommand(const BoundCommand& command) {
+  ProgramEnd end = runProgram(command.words, command.timeout);
+  const std::string& program = command.words.front();
   if (end.endedWell()) {
     passOn(end, program);
     return {};
   }
   std::vector<std::string> errors;
-  appendLines(end.standardError, &errors);
-  errors.push_back(program + " " + (end.failure.empty() ? describeEnd(end.status) : end.failure));
+  const std::size_t more = appendLines(end.standardError, &errors) + end.dropped;
+  if (more > 0) Log_Level(3, "%s\n", describeMore(program, more).c_str());
+  errors.push_back(program + " " + describeEnd(end, command.timeout));
   return errors;
 }
 

@@ -1,6 +1,7 @@
 // From a command path and its parameters to a program that has run.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,6 +21,8 @@ struct BindingError {
 struct BoundCommand {
   /// The command's program and its arguments; to be run only when there are no errors.
   std::vector<std::string> words;
+  /// How long it may run, in seconds.
+  std::optional<double> timeout = {};
   std::vector<BindingError> errors;
 
   std::vector<std::string> errorTexts() const;
@@ -31,8 +34,10 @@ struct BoundCommand {
 BoundCommand bindCommand(const CommandRegistry& registry, const std::vector<std::string>& path,
                          const std::vector<std::pair<std::string, std::string>>& given);
 
-/// Runs a program to its end. Returns what went wrong: each non-empty line of its standard error,
-/// then how it ended. What a program that ends well wrote to standard error goes to ours.
-std::vector<std::string> runCommand(const std::vector<std::string>& words);
+/// Runs a command that has no errors to its end. Returns what went wrong: each non-empty line of
+/// its standard error without control characters, then how it ended. How much there was beyond
+/// 64 KiB or 5,000 lines is logged at level 3. What a program that ends well wrote to standard
+/// error goes to ours.
+std::vector<std::string> runCommand(const BoundCommand& command);
 
 }  // namespace host_linux

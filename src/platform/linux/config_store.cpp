@@ -1,26 +1,115 @@
 #include "platform/config_store.h"
 
+#include <fcntl.h>
+#include <fts.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <boost/filesystem/directory.hpp>
-#include <boost/filesystem/operations.hpp>
 #include <cerrno>
+#include <memory>
 #include <stdexcept>
 #include <string>
 
 #include "platform/linux/descriptor.h"
+#include "platform/log.h"
 
 namespace HypConfigStore {
 namespace {
 
-namespace fs = boost::filesystem;
-
 constexpr const char* kAutoConfMarker = "/var/run/nimbus/configstore/autoconf";
 constexpr const char* kBootState = "/var/run/nimbus/configstore/boot-state";
+
+using Walk = std::unique_ptr<FTS, decltype([](FTS* walk) { ::fts_close(walk); })>;
 
 [[noreturn]] void fail(const std::string& path, const std::string& reason) {
   throw std::runtime_error("cannot remove " + path + ": " + reason);
 }
+
+/// True also where a folder of the same file system is mounted once more.
+bool isMount(const FTSENT& entry, dev_t device) {
+  struct statx status {};
+  constexpr int kFlags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
+  if (::statx(AT_FDCWD, entry.fts_accpath, kFlags, STATX_TYPE, &status) == 0 &&
+      (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0) {
+    return true;
+  }
+  return entry.fts_statp->st_dev != device;
+}
+
+/// Removes everything below a folder, in one walk without recursion.
+class Cleaning {
+ public:
+  void run(const char* folder) {
+    char* const roots[] = {const_cast<char*>(folder), nullptr};
+    // Links are not followed, and the working directory is not left: other threads have it too.
+    const Walk walk(::fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, nullptr));
+    if (!walk) fail(std::string("what is below ") + folder, host_linux::errorText(errno));
+    while (FTSENT* entry = ::fts_read(walk.get())) visit(walk.get(), *entry);
+    // It is set to 0 at the end of the walk.
+    if (errno != 0) fail(std::string("what is below ") + folder, host_linux::errorText(errno));
+    if (failures_ == 1) throw std::runtime_error(firstFailure_);
+    if (failures_ > 1) {
+      throw std::runtime_error(firstFailure_ + ", and " + std::to_string(failures_ - 1) +
+                               " more that could not be removed");
+    }
+  }
+
+ private:
+  void visit(FTS* walk, FTSENT& entry) {
+    const bool isRoot = entry.fts_level == FTS_ROOTLEVEL;
+    if (isRoot && entry.fts_info == FTS_D) device_ = entry.fts_statp->st_dev;
+    switch (entry.fts_info) {
+      case FTS_D:
+        if (!isRoot && isMount(entry, device_)) {
+          leaveMount(entry);
+          ::fts_set(walk, &entry, FTS_SKIP);
+        }
+        break;
+      case FTS_DP:
+        if (!isRoot) remove(entry, AT_REMOVEDIR);
+        break;
+      case FTS_DNR:
+      case FTS_ERR:
+      case FTS_NS:
+        leave(entry, entry.fts_errno);
+        break;
+      default:
+        if (isMount(entry, device_)) {
+          leaveMount(entry);
+        } else {
+          remove(entry, 0);
+        }
+    }
+  }
+
+  void remove(FTSENT& entry, int flags) {
+    // What holds something that stays cannot go, and needs no word of its own.
+    if (entry.fts_number != 0) {
+      entry.fts_parent->fts_number = 1;
+    } else if (::unlinkat(AT_FDCWD, entry.fts_accpath, flags) != 0 && errno != ENOENT) {
+      leave(entry, errno);
+    }
+  }
+
+  void leave(FTSENT& entry, int error) {
+    entry.fts_number = 1;
+    entry.fts_parent->fts_number = 1;
+    if (failures_++ == 0) {
+      firstFailure_ =
+          std::string("cannot remove ") + entry.fts_path + ": " + host_linux::errorText(error);
+    }
+  }
+
+  static void leaveMount(FTSENT& entry) {
+    entry.fts_number = 1;
+    entry.fts_parent->fts_number = 1;
+    Log_Level(3, "%s is left alone: it is a mount\n", entry.fts_path);
+  }
+
+  dev_t device_ = 0;
+  int failures_ = 0;
+  std::string firstFailure_;
+};
 
 }  // namespace
 
@@ -31,21 +120,16 @@ void EndAutoConf() {
 }
 
 void CleanupBootState() {
-  boost::system::error_code error;
-  fs::file_type type = fs::symlink_status(kBootState, error).type();
-  if (type == fs::file_not_found) return;
+  struct stat status {};
+  if (::lstat(kBootState, &status) != 0) {
+    if (errno == ENOENT || errno == ENOTDIR) return;
+    fail(std::string("what is below ") + kBootState, host_linux::errorText(errno));
+  }
   // A symbolic link here could lead to any place of the host.
-  if (type != fs::directory_file) {
-    fail(std::string("what is below ") + kBootState,
-         type == fs::status_error ? error.message() : host_linux::errorText(ENOTDIR));
+  if (!S_ISDIR(status.st_mode)) {
+    fail(std::string("what is below ") + kBootState, host_linux::errorText(ENOTDIR));
   }
-  fs::directory_iterator entry(kBootState, error);
-  for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
-    boost::system::error_code removal;
-    fs::remove_all(entry->path(), removal);  // removes symbolic links themselves
-    if (removal) fail(entry->path().string(), removal.message());
-  }
-  if (error) fail(std::string("what is below ") + kBootState, error.message());
+  Cleaning().run(kBootState);
 }
 
 }  // namespace HypConfigStore

@@ -2,41 +2,40 @@
 // other threads of ours run on.
 
 #include <fcntl.h>
-#include <linux/close_range.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
+#include <cstdint>
 
 #include "platform/host_kernel.h"
+#include "platform/linux/close_from.h"
 
 namespace {
 
 constexpr std::uint32_t kMostDescriptors = 16;
 
-/// Moves the descriptors above the places that they are to take, then into them.
-bool placeDescriptors(const int* descriptors, std::uint32_t count) {
+/// Puts the descriptors into their places, and after them, at the number `count`, the pipe that
+/// tells of a failure, which the execution of the program closes. Closes all others.
+bool placeDescriptors(const int* descriptors, std::uint32_t count, int* report) {
+  const int after = static_cast<int>(count);
   int moved[kMostDescriptors];
-  for (std::uint32_t i = 0; i < count; ++i) {
-    moved[i] = ::fcntl(descriptors[i], F_DUPFD, static_cast<int>(count));
+  for (int i = 0; i < after; ++i) {
+    moved[i] = ::fcntl(descriptors[i], F_DUPFD, after + 1);
     if (moved[i] < 0) return false;
   }
-  for (std::uint32_t i = 0; i < count; ++i) {
-    if (::dup2(moved[i], static_cast<int>(i)) < 0) return false;
+  if (*report != after) {
+    if (::dup3(*report, after, O_CLOEXEC) < 0) return false;
+    *report = after;
   }
+  for (int i = 0; i < after; ++i) {
+    if (::dup2(moved[i], i) < 0) return false;
+  }
+  host_linux::closeFrom(after + 1);
   return true;
-}
-
-/// Closes all descriptors from there on when the program is executed; until then the failure of
-/// that can be told through one of them.
-void closeFromOnExec(unsigned first) {
-#ifdef CLOSE_RANGE_CLOEXEC
-  if (::syscall(SYS_close_range, first, ~0U, CLOSE_RANGE_CLOEXEC) == 0) return;
-#endif
-  const long limit = ::sysconf(_SC_OPEN_MAX);
-  for (long fd = first; fd < limit; ++fd) ::fcntl(static_cast<int>(fd), F_SETFD, FD_CLOEXEC);
 }
 
 /// The C library's own calls would change the ids of every thread of the process that we share.
@@ -45,8 +44,15 @@ bool takeIds(uid_t user, gid_t group) {
          ::syscall(SYS_setresuid, user, user, user) == 0;
 }
 
+/// By the kernel's call: the C library's refuses the two signals that it keeps for itself, which
+/// may have been inherited as ignored like any other.
 void defaultSignals() {
-  for (int signal = 1; signal < NSIG; ++signal) ::signal(signal, SIG_DFL);
+  constexpr int kLastSignal = 64;
+  constexpr std::size_t kSetSize = 8;
+  const std::uint64_t defaultAction[8] = {};  // all zero, whatever the order of its members
+  for (int signal = 1; signal <= kLastSignal; ++signal) {
+    ::syscall(SYS_rt_sigaction, signal, defaultAction, nullptr, kSetSize);
+  }
   sigset_t none;
   sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
@@ -77,15 +83,15 @@ extern "C" int HvkSyscall_ForkExec(const char* path, char* const arguments[],
   ::pthread_sigmask(SIG_SETMASK, &all, &before);
   const pid_t child = ::vfork();
   if (child == 0) {
+    int report = ends[1];
     if (::fchdir(workingDirectory) == 0 &&
-        placeDescriptors(descriptors, parameters->descriptorCount) &&
+        placeDescriptors(descriptors, parameters->descriptorCount, &report) &&
         takeIds(parameters->user, parameters->group)) {
-      closeFromOnExec(parameters->descriptorCount);
       defaultSignals();
       ::execve(path, arguments, environment);
     }
     const int failure = errno;
-    [[maybe_unused]] const ssize_t told = ::write(ends[1], &failure, sizeof failure);
+    [[maybe_unused]] const ssize_t told = ::write(report, &failure, sizeof failure);
     ::_exit(127);
   }
   const int forkError = errno;

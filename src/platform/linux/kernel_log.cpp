@@ -1,7 +1,10 @@
 #include <fcntl.h>
 
+#include <string_view>
+
 #include "platform/hvkctl.h"
 #include "platform/linux/descriptor.h"
+#include "platform/linux/text.h"
 
 namespace {
 
@@ -9,11 +12,14 @@ using host_linux::Descriptor;
 using host_linux::errorText;
 using HostCtl::Lib::HostCtlException;
 
+/// The kernel refuses a record of more than 976 bytes, or 1,024 where it is newer. With what stands
+/// before and after it, a text of this length fits everywhere.
+constexpr std::size_t kMostOfAText = 960;
+
 /// Makes one record of the kernel's log. `prefix` holds the level as the kernel takes it.
-void writeRecord(const char* prefix, const std::string& text) {
-  std::string record = prefix + text;
-  record.erase(record.find_last_not_of('\n') + 1);
-  record += '\n';
+void writeRecord(const char* prefix, std::string_view text) {
+  while (text.ends_with('\n')) text.remove_suffix(1);
+  const std::string record = prefix + host_linux::cutTo(text, kMostOfAText) + '\n';
   // Opened for each message, because the kernel limits the rate of each open file. O_NONBLOCK:
   // where something else stands in the device's place, nothing is waited for.
   Descriptor device(host_linux::uninterrupted(

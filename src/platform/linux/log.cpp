@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,6 +16,8 @@
 
 #include "platform/linux/descriptor.h"
 #include "platform/linux/dictionary_values.h"
+#include "platform/linux/outlet.h"
+#include "platform/linux/text.h"
 
 /// Writes to standard output. `priority` is the least important one of syslog(3) that is let in.
 struct LogOutput {
@@ -24,14 +25,21 @@ struct LogOutput {
   int priority = LOG_INFO;
   bool timeStamps = true;
   bool milliseconds = true;
+  host_linux::Loss loss = {};
+  bool cutOff = false;  // the terminal has the beginning of a line
   LogOutput* next = nullptr;
 };
 
 namespace {
 
+using host_linux::Delivery;
 using host_linux::ErrnoKeeper;
+using std::chrono::milliseconds;
 
 using CString = std::unique_ptr<char, decltype(&std::free)>;
+
+/// How long a message waits for somebody to take it.
+constexpr milliseconds kTerminalPatience(1000);
 
 constexpr const char* kLevelNames[] = {"error",   "error",  "error", "error",
                                        "warning", "notice", "info",  "debug"};
@@ -39,12 +47,14 @@ constexpr const char* kLevelNames[] = {"error",   "error",  "error", "error",
 /// The process's logging. It is never destroyed and needs no constructor to run: messages may come
 /// at any time.
 struct Log {
-  /// Guards all that follows and the calls of syslog(3). Held across fork(2), so that a child whose
-  /// parent has other threads finds it free.
+  /// Guards all that follows. Held across fork(2), so that a child whose parent has other threads
+  /// finds it free.
   std::mutex mutex;
   bool forkPrepared = false;
-  char* syslogIdentity = nullptr;  // openlog(3) keeps the pointer; null = no syslog output
+  char* syslogIdentity = nullptr;  // null = no syslog output
   int syslogPriority = 0;
+  host_linux::SyslogSocket syslogSocket;
+  host_linux::Loss syslogLoss;
   LogOutput* outputs = nullptr;
   int stderrFrom = 0;
   int stderrTo = -1;
@@ -85,7 +95,7 @@ CString composed(const char* format, va_list arguments) {
 /// "2026-03-05T07:04:09.000Z ". By calendar arithmetic and not by gmtime_r(3), whose lock another
 /// thread may hold while we fork.
 void appendTimeStamp(std::string& line, std::chrono::system_clock::time_point now,
-                     bool milliseconds) {
+                     bool withMilliseconds) {
   using namespace std::chrono;
   auto day = floor<days>(now);
   year_month_day date(day);
@@ -97,7 +107,7 @@ void appendTimeStamp(std::string& line, std::chrono::system_clock::time_point no
       static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
       static_cast<int>(time.seconds().count()));
   line.append(text, static_cast<std::size_t>(length));
-  if (milliseconds) {
+  if (withMilliseconds) {
     length = std::snprintf(text, sizeof text, ".%03d", static_cast<int>(time.subseconds().count()));
     line.append(text, static_cast<std::size_t>(length));
   }
@@ -109,9 +119,11 @@ void writeLine(int fd, const std::string& line) {
   host_linux::writeAll(fd, line.data(), line.size());
 }
 
-void writeToStdout(const LogOutput& output, int priority, std::string_view text) {
+Delivery writeLineToStdout(LogOutput& output, int priority, std::string_view text,
+                           milliseconds patience) {
   std::string line;
   line.reserve(text.size() + output.identity.size() + 64);
+  if (output.cutOff) line += '\n';
   if (output.timeStamps) {
     appendTimeStamp(line, std::chrono::system_clock::now(), output.milliseconds);
   }
@@ -123,7 +135,22 @@ void writeToStdout(const LogOutput& output, int priority, std::string_view text)
   line += "]: ";
   line += text;
   line += '\n';
-  writeLine(STDOUT_FILENO, line);
+  if (!isatty(STDOUT_FILENO)) {
+    output.cutOff = false;
+    writeLine(STDOUT_FILENO, line);
+    return Delivery::kDone;
+  }
+  bool begun = false;
+  const Delivery delivery = host_linux::writeToTerminal(STDOUT_FILENO, line, patience, &begun);
+  if (begun) output.cutOff = delivery != Delivery::kDone;
+  return delivery;
+}
+
+void writeToStdout(LogOutput& output, int priority, std::string_view text) {
+  host_linux::deliver(output.loss, kTerminalPatience, priority, text,
+                      [&output](int itsPriority, std::string_view itsText, milliseconds patience) {
+                        return writeLineToStdout(output, itsPriority, itsText, patience);
+                      });
 }
 
 void echoToStderr(int priority, std::string_view text) {
@@ -139,26 +166,42 @@ void echoToStderr(int priority, std::string_view text) {
 /// Requires the lock.
 void writeToSyslog(int priority, std::string_view text) {
   if (!theLog.syslogIdentity || LOG_PRI(priority) > theLog.syslogPriority) return;
-  syslog(priority, "%.*s", static_cast<int>(std::min<std::size_t>(text.size(), INT_MAX)),
-         text.data());
+  host_linux::deliver(theLog.syslogLoss, host_linux::kSyslogPatience, priority, text,
+                      [](int itsPriority, std::string_view itsText, milliseconds patience) {
+                        const std::string identity =
+                            theLog.syslogIdentity + ("[" + std::to_string(getpid()) + "]");
+                        return theLog.syslogSocket.send(
+                            host_linux::syslogMessage(itsPriority, identity, itsText), patience);
+                      });
 }
 
 void logMessage(int level, const char* message) {
-  std::string_view text = withoutTrailingNewlines(message);
+  const std::string text = host_linux::withoutControls(withoutTrailingNewlines(message));
   int priority = priorityOf(level);
   std::lock_guard lock(theLog.mutex);
   writeToSyslog(priority, text);
-  for (const LogOutput* output = theLog.outputs; output; output = output->next) {
+  for (LogOutput* output = theLog.outputs; output; output = output->next) {
     if (priority <= output->priority) writeToStdout(*output, priority, text);
   }
   if (level >= theLog.stderrFrom && level <= theLog.stderrTo) echoToStderr(priority, text);
 }
 
+/// What was lost is told by the process that lost it, and not by its children too.
+void forgetLosses() {
+  theLog.syslogLoss.messages = 0;
+  for (LogOutput* output = theLog.outputs; output; output = output->next) {
+    output->loss.messages = 0;
+  }
+}
+
 /// Requires the lock.
 bool prepareFork() {
   if (theLog.forkPrepared) return true;
-  auto unlock = [] { theLog.mutex.unlock(); };
-  theLog.forkPrepared = pthread_atfork([] { theLog.mutex.lock(); }, unlock, unlock) == 0;
+  theLog.forkPrepared = pthread_atfork([] { theLog.mutex.lock(); }, [] { theLog.mutex.unlock(); },
+                                       [] {
+                                         forgetLosses();
+                                         theLog.mutex.unlock();
+                                       }) == 0;
   return theLog.forkPrepared;
 }
 
@@ -177,11 +220,9 @@ bool Log_InitWithSyslogInt(const char* identity, Dictionary* config, int) {
   if (!name) return false;
   std::lock_guard lock(theLog.mutex);
   if (!prepareFork()) return false;
-  closelog();
   std::free(theLog.syslogIdentity);
   theLog.syslogIdentity = name.release();
   theLog.syslogPriority = *threshold;
-  openlog(theLog.syslogIdentity, LOG_PID, LOG_DAEMON);
   return true;
 }
 
@@ -231,17 +272,15 @@ void Log_Syslog(int priority, const char* format, ...) {
   va_start(arguments, format);
   CString message = composed(format, arguments);
   va_end(arguments);
+  const std::string text = host_linux::withoutControls(withoutTrailingNewlines(message.get()));
   std::lock_guard lock(theLog.mutex);
-  writeToSyslog(priority, withoutTrailingNewlines(message.get()));
+  writeToSyslog(priority, text);
 }
 
 void Log_Detach() {
   ErrnoKeeper keeper;
   std::lock_guard lock(theLog.mutex);
-  if (!theLog.syslogIdentity) return;
-  closelog();
-  // It has forgotten the identity, too.
-  openlog(theLog.syslogIdentity, LOG_PID, LOG_DAEMON);
+  theLog.syslogSocket.close();
 }
 
 void Warning(const char* format, ...) {
@@ -259,7 +298,13 @@ void Panic(const char* format, ...) {
   CString message = composed(format, arguments);
   va_end(arguments);
   logMessage(2, message.get());
-  writeLine(STDERR_FILENO, std::string(withoutTrailingNewlines(message.get())) + '\n');
+  const std::string line =
+      host_linux::withoutControls(withoutTrailingNewlines(message.get())) + '\n';
+  if (bool begun = false; isatty(STDERR_FILENO)) {
+    host_linux::writeToTerminal(STDERR_FILENO, line, kTerminalPatience, &begun);
+  } else {
+    writeLine(STDERR_FILENO, line);
+  }
   std::abort();
 }
 

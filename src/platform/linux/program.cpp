@@ -9,9 +9,13 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <csignal>
+#include <cstdint>
+#include <cstring>
 
 #include "platform/linux/descriptor.h"
+#include "platform/linux/drain.h"
 
 namespace host_linux {
 namespace {
@@ -21,19 +25,22 @@ constexpr std::size_t kKept = 65536;
 /// What posix_spawn(3) is to do in the child.
 class SpawnSettings {
  public:
-  SpawnSettings(int standardInput, int standardError) {
+  SpawnSettings(int standardInput, int standardError, bool ownGroup) {
     ::posix_spawn_file_actions_init(&actions_);
     check(::posix_spawn_file_actions_adddup2(&actions_, standardInput, STDIN_FILENO));
     check(::posix_spawn_file_actions_adddup2(&actions_, standardError, STDERR_FILENO));
     check(::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
     sigset_t all;
     sigset_t none;
-    sigfillset(&all);
+    std::memset(&all, 0xff, sizeof all);  // sigfillset(3) leaves out those of the C library
     sigemptyset(&none);
     ::posix_spawnattr_init(&attributes_);
     check(::posix_spawnattr_setsigdefault(&attributes_, &all));
     check(::posix_spawnattr_setsigmask(&attributes_, &none));
-    check(::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK));
+    check(::posix_spawnattr_setpgroup(&attributes_, 0));
+    const int group = ownGroup ? POSIX_SPAWN_SETPGROUP : 0;
+    check(::posix_spawnattr_setflags(
+        &attributes_, static_cast<short>(POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | group)));
   }
   ~SpawnSettings() {
     ::posix_spawnattr_destroy(&attributes_);
@@ -86,28 +93,88 @@ void readRest(int pipe, ProgramEnd& end) {
   }
 }
 
+/// The end of a program's time, and what follows it.
+class Limit {
+ public:
+  Limit(pid_t group, std::optional<double> seconds) : group_(group) {
+    // Far more than any boot, and less than the clock can hold.
+    constexpr double kMost = 1e9;
+    if (seconds) {
+      next_ = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                 std::chrono::duration<double>(std::min(*seconds, kMost)));
+    }
+  }
+
+  bool exceeded() const { return sent_ != 0; }
+
+  /// How long poll(2) may wait: in milliseconds, -1 without end.
+  int patience(bool ended) const {
+    if (next_ == Clock::time_point::max()) return -1;
+    // Nothing tells of the end of the last process of a group.
+    if (ended) return 10;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(next_ - Clock::now());
+    return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 3'600'000));
+  }
+
+  /// Does what is due. True when nothing is waited for any longer: the program has ended, and after
+  /// a signal of ours its whole group, or has withstood everything.
+  bool over(bool ended) {
+    if (ended && (sent_ != SIGTERM || ::kill(-group_, 0) != 0)) return true;
+    if (Clock::now() < next_) return false;
+    if (sent_ == SIGKILL) return true;
+    sent_ = sent_ == 0 ? SIGTERM : SIGKILL;
+    next_ = Clock::now() + kGrace;
+    // A program may have left the group that it was given.
+    if (::kill(-group_, sent_) != 0 && !ended) ::kill(group_, sent_);
+    return ended;
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  static constexpr std::chrono::seconds kGrace{2};
+
+  const pid_t group_;
+  Clock::time_point next_ = Clock::time_point::max();
+  int sent_ = 0;  // the last signal
+};
+
+/// Whether somebody still has the other end open.
+bool isOpenElsewhere(int pipe) {
+  pollfd state{pipe, 0, 0};
+  return ::poll(&state, 1, 0) == 0;
+}
+
 /// Keeps the pipe from filling up until the program has ended, and collects its status.
-void await(pid_t pid, Descriptor pipe, ProgramEnd& end) {
+void await(pid_t pid, Descriptor pipe, Limit limit, ProgramEnd& end) {
   Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
   // Old kernels have no such descriptor; there the program is asked for in growing intervals.
-  int patience = process ? -1 : 1;
+  int interval = 1;
   pollfd watched[] = {{pipe.get(), POLLIN, 0}, {process.get(), POLLIN, 0}};
-  pid_t collected = 0;
-  while (collected == 0) {
-    int ready = ::poll(watched, 2, patience);
+  bool ended = false;
+  while (!limit.over(ended)) {
+    const int patience = limit.patience(ended);
+    const bool asks = !process && !ended;
+    const int wait = asks ? (patience < 0 ? interval : std::min(patience, interval)) : patience;
+    const int ready = ::poll(watched, 2, wait);
     if (ready > 0 && watched[0].revents && !readSome(pipe.get(), kKept, end)) {
       watched[0].fd = -1;  // nobody has it open any more, which need not be the program's end
     }
-    collected = uninterrupted([&] { return ::waitpid(pid, &end.status, WNOHANG); });
-    if (!process) patience = ready > 0 ? 1 : std::min(patience * 2, 32);
+    if (!ended) {
+      const pid_t collected = uninterrupted([&] { return ::waitpid(pid, &end.status, WNOHANG); });
+      if (collected < 0) end.failure = "cannot tell how it ended: " + errorText(errno);
+      ended = collected != 0;
+    }
+    if (ended) watched[1].fd = -1;  // it would be ready for ever
+    interval = ready > 0 ? 1 : std::min(interval * 2, 32);
   }
-  if (collected < 0) end.failure = "cannot tell how it ended: " + errorText(errno);
+  end.timedOut = limit.exceeded();
   readRest(pipe.get(), end);
+  if (isOpenElsewhere(pipe.get())) drainInBackground(std::move(pipe));
 }
 
 }  // namespace
 
-ProgramEnd runProgram(const std::vector<std::string>& words) {
+ProgramEnd runProgram(const std::vector<std::string>& words, std::optional<double> limit) {
   ProgramEnd end;
   Descriptor null(uninterrupted([] { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); }));
   if (!null) {
@@ -122,12 +189,12 @@ ProgramEnd runProgram(const std::vector<std::string>& words) {
   Descriptor reader(ends[0]);
   Descriptor writer(ends[1]);
   pid_t pid = 0;
-  if (int error = SpawnSettings(null.get(), writer.get()).spawn(words, &pid)) {
+  if (int error = SpawnSettings(null.get(), writer.get(), limit.has_value()).spawn(words, &pid)) {
     end.failure = "cannot be started: " + errorText(error);
     return end;
   }
   writer.close();
-  await(pid, std::move(reader), end);
+  await(pid, std::move(reader), Limit(pid, limit), end);
   return end;
 }
 

@@ -56,7 +56,7 @@ int HvkuserCompat_Spawn(pid_t* child, const char* path, HvkuserSpawnFileActions*
   if (const int error = posix_spawnattr_init(&attributes); error != 0) return error;
   sigset_t all;
   sigset_t none;
-  sigfillset(&all);
+  std::memset(&all, 0xff, sizeof all);  // sigfillset(3) leaves out those of the C library
   sigemptyset(&none);
   posix_spawnattr_setsigdefault(&attributes, &all);
   posix_spawnattr_setsigmask(&attributes, &none);

@@ -7,6 +7,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -59,6 +60,14 @@ TEST(CommandDirectory, GivesTheCommandsOfAllItsFiles) {
   EXPECT_EQ(registry.find({"network ip", "c"}), nullptr) << "words are words";
   EXPECT_EQ(registry.find({}), nullptr);
   EXPECT_EQ(registry.commands().at({"storage", "c"}).file, "/d/b.json");
+}
+
+TEST(CommandDirectory, IsReadToItsEndWhateverFailedBefore) {
+  writeFile("/d/a.json", commandFile("n", "/a"));
+  CommandRegistry registry;
+  errno = ENOTTY;  // only readdir(3) itself may say that it failed
+  EXPECT_NO_THROW(registry.addDirectory("/d"));
+  EXPECT_EQ(registry.commands().size(), 1U);
 }
 
 TEST(CommandDirectory, MayEndInASlashAndMayBeEmpty) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/autocli.h"
+#include "platform/log.h"
 #include "tests/support/scratch_root.h"
 #include "tests/unit/platform/child.h"
 
@@ -136,6 +137,20 @@ TEST_F(Dispatcher, SaysWhyAProgramCannotBeStarted) {
             (Errors{"/bin/nowhere cannot be started: No such file or directory"}));
 }
 
+TEST_F(Dispatcher, GivesTheLinesOfAProgramThatTookTooLongAndItsTime) {
+  writeFile("/d/slow.json", R"({
+    "namespace": "slow",
+    "commands": {
+      "half": {"exec": ["/bin/sh", "-c", "echo going >&2; sleep 1000"], "timeout": 0.5},
+      "well": {"exec": ["/bin/sh", "-c", "trap 'exit 0' TERM; sleep 1000 & wait"], "timeout": 1},
+      "fast": {"exec": ["/bin/sh", "-c", "exit 3"], "timeout": 1000000}
+    }})");
+  dispatcher_.AddExternalDirectory("/d");
+  EXPECT_EQ(run("slow half"), (Errors{"going", "/bin/sh timed out after 0.5 s"}));
+  EXPECT_EQ(run("slow well"), (Errors{"/bin/sh timed out after 1 s"}));
+  EXPECT_EQ(run("slow fast"), (Errors{"/bin/sh exited with code 3"}));
+}
+
 TEST_F(Dispatcher, PassesOnWhatAProgramThatEndedWellWroteToStandardError) {
   Finished child = runInChild([this] { EXPECT_EQ(run("test it complain --code=0"), Errors{}); });
   EXPECT_EQ(child.status, 0) << child.out;
@@ -148,6 +163,41 @@ TEST_F(Dispatcher, TellsHowMuchOfAFloodWasNotPassedOn) {
   std::string end = "\n/bin/complain wrote 34464 bytes more\n";
   EXPECT_TRUE(child.err.ends_with(end)) << child.err.substr(65000);
   EXPECT_EQ(child.err.size(), 65536 + end.size());
+}
+
+TEST_F(Dispatcher, GivesFiveThousandLinesOf64KibAndTellsHowMuchMoreThereWas) {
+  // What a program writes, how many errors it makes, and what is told of the rest.
+  struct Flood {
+    const char* words;
+    std::size_t errors;
+    std::string told;
+  };
+  for (const Flood& flood : {
+           Flood{"yes | head -c 100000", 5001, "/bin/complain wrote 90000 bytes more"},
+           Flood{"yes | head -n 5001", 5001, "/bin/complain wrote 2 bytes more"},
+           Flood{"yes | head -n 5000", 5001, ""},
+           Flood{"yes 'a line of many' | head -n 4400", 4371, "/bin/complain wrote 464 bytes more"},
+           Flood{"head -c 70000 /dev/zero | tr '\\0' x", 2, "/bin/complain wrote 4464 bytes more"},
+       }) {
+    writeFile("/bin/complain", std::string("#!/bin/sh\n(") + flood.words + ") >&2\nexit 3\n", 0755);
+    Finished child = runInChild([&] {
+      Log_SetStderrLevel(0, 3);
+      Errors errors = run("test it complain");
+      EXPECT_EQ(errors.size(), flood.errors) << flood.words;
+      EXPECT_EQ(errors.back(), "/bin/complain exited with code 3");
+    });
+    EXPECT_EQ(child.status, 0) << child.out;
+    EXPECT_EQ(child.err, flood.told.empty() ? "" : "platform_tests: warning: " + flood.told + "\n");
+  }
+}
+
+TEST_F(Dispatcher, GivesControlCharactersOfAProgramAsText) {
+  writeFile("/bin/complain", "#!/bin/sh\nprintf '\\033[2J\\ta\\000b\\r\\n' >&2\nexit ${1#code=}\n",
+            0755);
+  EXPECT_EQ(run("test it complain --code=3"),
+            (Errors{"\\x1b[2J\ta\\x00b\\x0d", "/bin/complain exited with code 3"}));
+  Finished child = runInChild([this] { EXPECT_EQ(run("test it complain --code=0"), Errors{}); });
+  EXPECT_EQ(child.err, "\\x1b[2J\ta\\x00b\\x0d\n");
 }
 
 TEST_F(Dispatcher, LeavesNoDescriptorOpenWhateverHappens) {

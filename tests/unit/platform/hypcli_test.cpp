@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/scratch_root.h"
@@ -73,6 +74,34 @@ TEST_F(Hypcli, KeepsTheBoundariesOfItsArguments) {
   EXPECT_EQ(answer.out, " on a  'b\\\n");
   answer = hypcli({"network ip", "ls"});
   EXPECT_EQ(answer.code, 2);
+}
+
+TEST_F(Hypcli, ShowsNoControlCharactersToATerminal) {
+  writeFile("/usr/lib/nimbus/hypcli/odd.json", R"({
+    "namespace": "odd",
+    "commands": {
+      "cry": {"summary": "Cry\u001b[31m",
+              "exec": ["/bin/sh", "-c", "printf '\\033[2J\\n' >&2; exit 1"]}
+    }})");
+  Answer answer = hypcli({"odd", "cry"});
+  EXPECT_EQ(answer.code, 1);
+  EXPECT_EQ(answer.err, "\\x1b[2J\n/bin/sh exited with code 1\n");
+  EXPECT_EQ(hypcli({"odd"}).out, "Commands of odd:\n  cry  Cry\\x1b[31m\n");
+  EXPECT_EQ(hypcli({"odd", "\x1b[m"}).err,
+            "hypcli: unknown command 'odd \\x1b[m'\n"
+            "Try 'hypcli --help' for more information.\n");
+}
+
+TEST_F(Hypcli, LetsNobodyElseWriteWhatAProgramMakes) {
+  writeFile("/usr/lib/nimbus/hypcli/make.json", R"({
+    "namespace": "make",
+    "commands": {"file": {"exec": ["/bin/sh", "-c", "umask >/tmp/umask"]}}})");
+  for (auto [inherited, expected] : {std::pair(0000, "0022\n"), std::pair(0077, "0077\n")}) {
+    mode_t before = umask(static_cast<mode_t>(inherited));
+    EXPECT_EQ(hypcli({"make", "file"}).code, 0);
+    umask(before);
+    EXPECT_EQ(readFile("/tmp/umask"), expected);
+  }
 }
 
 TEST_F(Hypcli, PassesOnTheErrorsOfACommandThatSucceeds) {

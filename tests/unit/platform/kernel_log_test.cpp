@@ -75,6 +75,38 @@ TEST_F(KernelLog, GetsAllInputsOfASetAsOneMessageAndNoneTwice) {
   EXPECT_EQ(content(), "<6>bootforge: ab\n<6>bootforge: c\n");
 }
 
+TEST_F(KernelLog, GetsALongTextCutSoThatTheKernelTakesIt) {
+  const std::string fits(960, 'x');
+  kernelMessage(fits + "\n\n");
+  kernelMessage(fits + "y");
+  HvkCtl::System::SystemInfoImpl().SetSystemAlert(std::string(5'000, 'z') + "\n");
+  EXPECT_EQ(content(), "<6>bootforge: " + fits + "\n" +  //
+                           "<6>bootforge: " + std::string(957, 'x') + "...\n" +
+                           "<1>bootforge: " + std::string(957, 'z') + "...\n");
+}
+
+TEST_F(KernelLog, CutsALongTextBetweenCharacters) {
+  const std::string euro = "\xe2\x82\xac";
+  for (std::size_t before : {957U, 956U, 955U, 954U}) {
+    kernelMessage(std::string(before, 'x') + euro + euro + euro);
+    kernelMessage(std::string(before, 'x') + "\xf0\x9f\x98\x80" + euro + euro);
+  }
+  std::string expected;
+  auto add = [&](std::size_t count, const std::string& last) {
+    expected += "<6>bootforge: " + std::string(count, 'x') + last + "...\n";
+  };
+  add(957, ""), add(957, "");
+  add(956, ""), add(956, "");
+  add(955, ""), add(955, "");
+  add(954, euro), add(954, "");
+  EXPECT_EQ(content(), expected);
+}
+
+TEST_F(KernelLog, CutsWhatIsNoTextAnywhere) {
+  kernelMessage(std::string(2'000, '\x80'));
+  EXPECT_EQ(content(), "<6>bootforge: " + std::string(957, '\x80') + "...\n");
+}
+
 TEST_F(KernelLog, IsOpenedForEachMessage) {
   kernelMessage("first");
   ASSERT_EQ(rename("/dev/kmsg", "/dev/old"), 0);

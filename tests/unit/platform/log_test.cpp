@@ -8,6 +8,7 @@
 #include <boost/regex.hpp>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -185,14 +186,34 @@ TEST(LogToStdout, KeepsANewlineInsideTheTextWithoutASecondPrefix) {
   EXPECT_EQ(withoutPids(child.out), "info bootforge[PID]: first\n\nsecond\n");
 }
 
-TEST(LogToStdout, PassesAnyBytesAndAnyLength) {
+TEST(LogToStdout, PassesAnyLengthAndAllThatIsNoControlCharacter) {
   std::string text(300'000, 'x');
-  text += "\x01\xff\x1b end";
+  text += "\t\xff\xc2 \xc3\xa4\xc2\xa0 \\x1b end\xc2";
   Finished child = runInChild([&] {
     logToStdoutPlainly();
     Log_Level(5, "%s", text.c_str());
   });
   EXPECT_EQ(withoutPids(child.out), "info bootforge[PID]: " + text + "\n");
+}
+
+TEST(LogToStdout, WritesControlCharactersAsText) {
+  std::string text;
+  std::string expected;
+  for (int c = 1; c < 0x20; ++c) {
+    if (c == '\t' || c == '\n') continue;
+    char escaped[8];
+    std::snprintf(escaped, sizeof escaped, "\\x%02x", static_cast<unsigned>(c));
+    text += static_cast<char>(c);
+    expected += escaped;
+  }
+  Finished child = runInChild([&] {
+    logToStdoutPlainly();
+    Log_Level(5, "%s", text.c_str());
+    Log_Level(5, "\x7f \xc2\x80 \xc2\x9f\r\n");
+  });
+  EXPECT_EQ(withoutPids(child.out), "info bootforge[PID]: " + expected + "\n" +
+                                        "info bootforge[PID]: "
+                                        "\\x7f \\xc2\\x80 \\xc2\\x9f\\x0d\n");
 }
 
 TEST(LogToStdout, WritesAMessageInOneCall) {
@@ -222,10 +243,14 @@ TEST(LogToStdout, WritesAMessageInOneCall) {
 TEST(LogToStdout, SurvivesInterruptedAndShortWrites) {
   Finished child = runInChild([] {
     logToStdoutPlainly();
-    writeBehaviour = {.failures = 3, .error = EINTR, .most = 5};
-    Log_Level(5, "a text of more than five bytes");
+    for (std::size_t most : {5U, 1U}) {
+      writeBehaviour = {.failures = 3, .error = EINTR, .most = most};
+      Log_Level(5, "a text of more than five bytes");
+    }
   });
-  EXPECT_EQ(withoutPids(child.out), "info bootforge[PID]: a text of more than five bytes\n");
+  EXPECT_EQ(withoutPids(child.out),
+            "info bootforge[PID]: a text of more than five bytes\n"
+            "info bootforge[PID]: a text of more than five bytes\n");
 }
 
 TEST(LogToStdout, WaitsForANonBlockingStreamThatIsFull) {

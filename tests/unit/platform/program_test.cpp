@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <string>
@@ -155,9 +156,119 @@ TEST_P(Program, IsOverWhenItHasEndedWhoeverHoldsItsStandardError) {
 TEST_P(Program, IsOverWhenItHasEndedAlsoWhenAnotherGoesOnFlooding) {
   ProgramEnd end = runShell("yes >&2 & echo $! >/tmp/pid; head -c 200000 /dev/zero >&2; exit 3");
   EXPECT_EQ(WEXITSTATUS(end.status), 3);
-  // The flood ends by itself once nobody reads it; whether it has by now is open.
-  int killed = kill(std::stoi(readFile("/tmp/pid")), SIGKILL) == 0 ? 0 : errno;
-  EXPECT_TRUE(killed == 0 || killed == ESRCH) << killed;
+  endLeftBehind("/tmp/pid");
+}
+
+/// Writes more than any pipe holds, once it may, and then tells how each write went.
+constexpr const char* kLeaveAWriter =
+    "(while [ ! -e /tmp/go ]; do sleep 0.01; done;"
+    " dd if=/dev/zero bs=65536 count=64 >&2 2>/tmp/report || echo failed >>/tmp/report;"
+    " echo ended >>/tmp/report) & exit 3";
+
+TEST_P(Program, LeavesProcessesBehindThatWriteAsMuchAsTheyLike) {
+  EXPECT_EQ(WEXITSTATUS(runShell(kLeaveAWriter).status), 3);
+  writeFile("/tmp/report", "");
+  writeFile("/tmp/go", "");
+  EXPECT_TRUE(waitUntil([] { return readFile("/tmp/report").ends_with("ended\n"); }));
+  EXPECT_EQ(readFile("/tmp/report").find("failed"), std::string::npos) << readFile("/tmp/report");
+  EXPECT_NE(readFile("/tmp/report").find("64+0 records out"), std::string::npos);
+}
+
+TEST_P(Program, LeavesProcessesBehindThatMayWriteWhenWeAreGone) {
+  writeFile("/tmp/report", "");
+  Finished child = runInChild([] { EXPECT_EQ(WEXITSTATUS(runShell(kLeaveAWriter).status), 3); });
+  EXPECT_EQ(child.status, 0) << child.out;
+  writeFile("/tmp/go", "");
+  EXPECT_TRUE(waitUntil([] { return readFile("/tmp/report").ends_with("ended\n"); }));
+  EXPECT_EQ(readFile("/tmp/report").find("failed"), std::string::npos) << readFile("/tmp/report");
+}
+
+TEST_P(Program, LeavesNoChildOfOursBehind) {
+  Finished child = runInChild([] {
+    runShell("sleep 1000 & echo $! >/tmp/pid");
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
+  });
+  EXPECT_EQ(child.status, 0) << child.out;
+  endLeftBehind("/tmp/pid");
+}
+
+TEST_P(Program, LeavesNothingOpenThatWeHaveButItsOwnPipe) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+  runShell("sleep 1000 & echo $! >/tmp/pid");
+  close(ends[1]);
+  char byte;
+  EXPECT_EQ(read(ends[0], &byte, 1), 0) << "somebody still has the other end";
+  close(ends[0]);
+  endLeftBehind("/tmp/pid");
+}
+
+TEST_P(Program, WithinItsTimeRunsAsWithoutALimit) {
+  ProgramEnd end = runProgram({"/bin/sh", "-c", "echo text >&2; exit 3"}, 1000.0);
+  EXPECT_FALSE(end.timedOut);
+  EXPECT_EQ(WEXITSTATUS(end.status), 3);
+  EXPECT_EQ(end.standardError, "text\n");
+  EXPECT_TRUE(runProgram({"/bin/true"}, 1e300).endedWell());
+}
+
+TEST_P(Program, OverItsTimeIsEndedWithItsGroup) {
+  ASSERT_EQ(mkfifo("/tmp/both", 0600), 0);
+  // Nobody ever writes there; whoever is still alive holds it open.
+  int both = open("/tmp/both", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  auto start = std::chrono::steady_clock::now();
+  ProgramEnd end =
+      runProgram({"/bin/sh", "-c", "exec 5>/tmp/both; sleep 1000 & echo text >&2; wait"}, 0.2);
+  auto took = std::chrono::steady_clock::now() - start;
+  EXPECT_TRUE(end.timedOut);
+  EXPECT_FALSE(end.endedWell());
+  EXPECT_EQ(end.standardError, "text\n");
+  EXPECT_TRUE(WIFSIGNALED(end.status) && WTERMSIG(end.status) == SIGTERM) << end.status;
+  EXPECT_GE(took, std::chrono::milliseconds(200));
+  EXPECT_LT(took, std::chrono::seconds(5));
+  char byte;
+  EXPECT_TRUE(waitUntil([&] { return read(both, &byte, 1) == 0; })) << "somebody is still alive";
+  close(both);
+}
+
+TEST_P(Program, OverItsTimeThatWithstandsIsKilledTwoSecondsLater) {
+  auto start = std::chrono::steady_clock::now();
+  ProgramEnd end = runProgram({"/bin/sh", "-c", "trap '' TERM; while :; do sleep 0.1; done"}, 0.1);
+  auto took = std::chrono::steady_clock::now() - start;
+  EXPECT_TRUE(end.timedOut);
+  EXPECT_TRUE(WIFSIGNALED(end.status) && WTERMSIG(end.status) == SIGKILL) << end.status;
+  EXPECT_GE(took, std::chrono::milliseconds(2100));
+  EXPECT_LT(took, std::chrono::seconds(10));
+}
+
+TEST_P(Program, OverItsTimeIsOverWhenAlsoThoseOfItsGroupHaveEndedThatWithstand) {
+  ASSERT_EQ(mkfifo("/tmp/both", 0600), 0);
+  int both = open("/tmp/both", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  ProgramEnd end =
+      runProgram({"/bin/sh", "-c",
+                  "exec 5>/tmp/both;"
+                  "(trap '' TERM; echo ready >&2; while :; do sleep 0.1; done) & wait"},
+                 0.3);
+  EXPECT_TRUE(end.timedOut);
+  EXPECT_TRUE(WIFSIGNALED(end.status) && WTERMSIG(end.status) == SIGTERM) << end.status;
+  EXPECT_EQ(end.standardError, "ready\n");
+  char byte;
+  EXPECT_TRUE(waitUntil([&] { return read(both, &byte, 1) == 0; })) << "somebody is still alive";
+  close(both);
+}
+
+TEST_P(Program, HasAGroupOfItsOwnOnlyWithALimit) {
+  Finished child = runInChild([] {
+    setpgid(0, 0);
+    // A signal to the group reaches what belongs to it, and us, who ignore it.
+    signal(SIGUSR1, SIG_IGN);
+    ProgramEnd without = runShell("kill -USR1 0; exit 5");
+    EXPECT_TRUE(WIFSIGNALED(without.status));
+    signal(SIGUSR1, SIG_DFL);
+    ProgramEnd with = runProgram({"/bin/sh", "-c", "kill -USR1 0; exit 5"}, 100.0);
+    EXPECT_TRUE(WIFSIGNALED(with.status));
+  });
+  EXPECT_EQ(child.status, 0) << child.out;
 }
 
 TEST_P(Program, IsNotOverBeforeItHasEndedThoughItClosedItsStandardError) {

@@ -1,47 +1,19 @@
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <syslog.h>
 #include <unistd.h>
 
-#include <boost/regex.hpp>
-#include <cstring>
+#include <cstdlib>
+#include <ctime>
 #include <string>
 
 #include "platform/dictionary.h"
 #include "platform/log.h"
 #include "tests/support/scratch_root.h"
 #include "tests/unit/platform/child.h"
+#include "tests/unit/platform/syslog_fixture.h"
 
 namespace bootforge::test {
 namespace {
-
-/// The syslog daemon's end of /dev/log.
-class Syslog : public testing::Test {
- protected:
-  void SetUp() override {
-    socket_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    ASSERT_GE(socket_, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, "/dev/log");
-    ASSERT_EQ(bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-  }
-  void TearDown() override { close(socket_); }
-
-  /// The next message, its time replaced; empty when there is none.
-  std::string next() {
-    char buffer[4096];
-    ssize_t count = recv(socket_, buffer, sizeof buffer, MSG_DONTWAIT);
-    if (count < 0) return "";
-    std::string text(buffer, static_cast<std::size_t>(count));
-    text = boost::regex_replace(
-        text, boost::regex("^(<\\d+>)\\w{3} [ \\d]\\d \\d\\d:\\d\\d:\\d\\d "), "$1TIME ");
-    return boost::regex_replace(text, boost::regex("\\[[0-9]+\\]"), "[PID]");
-  }
-
-  int socket_ = -1;
-};
 
 TEST_F(Syslog, HasTheFacilityDaemonAndAPriorityByLevel) {
   Finished child = runInChild([] {
@@ -120,6 +92,49 @@ TEST_F(Syslog, MayComeUpAfterTheFirstMessages) {
   EXPECT_EQ(child.status, 0) << child.out;
   EXPECT_EQ(child.err, "");
   EXPECT_EQ(next(), "<27>TIME bootforge[PID]: arrived");
+}
+
+TEST_F(Syslog, IsSetUpAnewUnderAnotherName) {
+  Finished child = runInChild([] {
+    ASSERT_TRUE(Log_InitWithSyslogInt("first", nullptr, 0));
+    Log_Level(5, "text");
+    ASSERT_TRUE(Log_InitWithSyslogInt("second", nullptr, 0));
+    Log_Level(5, "text");
+  });
+  EXPECT_EQ(child.status, 0) << child.out;
+  EXPECT_EQ(next(), "<30>TIME first[PID]: text");
+  EXPECT_EQ(next(), "<30>TIME second[PID]: text");
+}
+
+TEST_F(Syslog, HasTheLocalTime) {
+  Finished child = runInChild([] {
+    setenv("TZ", "XXX-14", 1);
+    ASSERT_TRUE(Log_InitWithSyslogInt("bootforge", nullptr, 0));
+    time_t before = time(nullptr);
+    Log_Level(5, "text");
+    time_t after = time(nullptr);
+    char expected[2][32];
+    for (int i = 0; i < 2; ++i) {
+      strftime(expected[i], sizeof expected[i], "<30>%b %e %T ", localtime(i ? &after : &before));
+    }
+    writeFile("/before", expected[0]);
+    writeFile("/after", expected[1]);
+  });
+  EXPECT_EQ(child.status, 0) << child.out;
+  std::string message = nextAsItIs();
+  EXPECT_TRUE(message.starts_with(readFile("/before")) || message.starts_with(readFile("/after")))
+      << message;
+}
+
+TEST_F(Syslog, GetsControlCharactersAsTextButTabsAndNewlines) {
+  Finished child = runInChild([] {
+    ASSERT_TRUE(Log_InitWithSyslogInt("bootforge", nullptr, 0));
+    Log_Level(5, "\x1b[2J\a\tkept\nkept\r\x7f");
+    Log_Syslog(LOG_ERR, "\x1b and \xc2\x9b, not \xc2\xa0\n");
+  });
+  EXPECT_EQ(child.status, 0) << child.out;
+  EXPECT_EQ(next(), "<30>TIME bootforge[PID]: \\x1b[2J\\x07\tkept\nkept\\x0d\\x7f");
+  EXPECT_EQ(next(), "<27>TIME bootforge[PID]: \\x1b and \\xc2\\x9b, not \xc2\xa0");
 }
 
 TEST(SyslogSetUp, FailsForATextThatIsNoLevel) {

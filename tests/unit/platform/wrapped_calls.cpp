@@ -1,25 +1,51 @@
 #include "tests/unit/platform/wrapped_calls.h"
 
 #include <poll.h>
+#include <spawn.h>
+#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
+#include <cstdlib>
+#include <string_view>
 
 namespace bootforge::test {
 
 WriteBehaviour writeBehaviour;
 int epollCreations = -1;
-int pollCalls = 0;
+std::atomic<int> pollCalls = 0;
 PidfdBehaviour pidfdBehaviour;
+RemovalBehaviour removals;
+CloseRangeBehaviour closeRange;
+int spawnObjects = 0;
+
+namespace {
+int* unblocked = nullptr;  // in shared memory
+}
+
+void watchFchdir() {
+  void* shared =
+      mmap(nullptr, sizeof *unblocked, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (shared == MAP_FAILED) abort();
+  unblocked = static_cast<int*>(shared);
+  *unblocked = -1;
+}
+
+int unblockedAtFchdir() { return *unblocked; }
 
 }  // namespace bootforge::test
 
+using bootforge::test::closeRange;
 using bootforge::test::epollCreations;
 using bootforge::test::pidfdBehaviour;
 using bootforge::test::pollCalls;
+using bootforge::test::removals;
+using bootforge::test::spawnObjects;
+using bootforge::test::unblocked;
 using bootforge::test::writeBehaviour;
 
 extern "C" {
@@ -28,11 +54,23 @@ ssize_t __real_write(int fd, const void* data, size_t size);
 int __real_epoll_create1(int flags);
 int __real_poll(pollfd* descriptors, nfds_t count, int timeout);
 long __real_syscall(long number, ...);
+int __real_fchdir(int fd);
+int __real_posix_spawnattr_init(posix_spawnattr_t* attributes);
+int __real_posix_spawnattr_destroy(posix_spawnattr_t* attributes);
+int __real_posix_spawn_file_actions_init(posix_spawn_file_actions_t* actions);
+int __real_posix_spawn_file_actions_destroy(posix_spawn_file_actions_t* actions);
+int __real_unlinkat(int directory, const char* path, int flags);
 
 ssize_t __wrap_write(int fd, const void* data, size_t size);
 int __wrap_epoll_create1(int flags);
 int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout);
 long __wrap_syscall(long number, ...);
+int __wrap_fchdir(int fd);
+int __wrap_posix_spawnattr_init(posix_spawnattr_t* attributes);
+int __wrap_posix_spawnattr_destroy(posix_spawnattr_t* attributes);
+int __wrap_posix_spawn_file_actions_init(posix_spawn_file_actions_t* actions);
+int __wrap_posix_spawn_file_actions_destroy(posix_spawn_file_actions_t* actions);
+int __wrap_unlinkat(int directory, const char* path, int flags);
 
 ssize_t __wrap_write(int fd, const void* data, size_t size) {
   ++writeBehaviour.calls;
@@ -67,13 +105,60 @@ long __wrap_syscall(long number, ...) {
     errno = pidfdBehaviour.error;
     return -1;
   }
-  // Nothing here calls by number with more than three arguments.
+  if (number == SYS_close_range && closeRange.error != 0) {
+    ++closeRange.refused;
+    errno = closeRange.error;
+    return -1;
+  }
   va_list arguments;
   va_start(arguments, number);
-  long values[3];
+  long values[6];
   for (long& value : values) value = va_arg(arguments, long);
   va_end(arguments);
-  return __real_syscall(number, values[0], values[1], values[2]);
+  return __real_syscall(number, values[0], values[1], values[2], values[3], values[4], values[5]);
+}
+
+int __wrap_fchdir(int fd) {
+  if (unblocked) {
+    sigset_t mask;
+    sigset_t blockable;
+    sigprocmask(SIG_SETMASK, nullptr, &mask);
+    sigfillset(&blockable);
+    *unblocked = 0;
+    for (int signal = 1; signal < NSIG; ++signal) {
+      if (signal == SIGKILL || signal == SIGSTOP || sigismember(&blockable, signal) != 1) continue;
+      *unblocked += sigismember(&mask, signal) != 1;
+    }
+  }
+  return __real_fchdir(fd);
+}
+
+int __wrap_posix_spawnattr_init(posix_spawnattr_t* attributes) {
+  ++spawnObjects;
+  return __real_posix_spawnattr_init(attributes);
+}
+
+int __wrap_posix_spawnattr_destroy(posix_spawnattr_t* attributes) {
+  --spawnObjects;
+  return __real_posix_spawnattr_destroy(attributes);
+}
+
+int __wrap_posix_spawn_file_actions_init(posix_spawn_file_actions_t* actions) {
+  ++spawnObjects;
+  return __real_posix_spawn_file_actions_init(actions);
+}
+
+int __wrap_posix_spawn_file_actions_destroy(posix_spawn_file_actions_t* actions) {
+  --spawnObjects;
+  return __real_posix_spawn_file_actions_destroy(actions);
+}
+
+int __wrap_unlinkat(int directory, const char* path, int flags) {
+  if (!removals.path.empty() && std::string_view(path).starts_with(removals.path)) {
+    errno = removals.error;
+    return -1;
+  }
+  return __real_unlinkat(directory, path, flags);
 }
 
 }  // extern "C"

@@ -1,7 +1,9 @@
 // System calls of the code under test that can be counted and made to fail.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
+#include <string>
 
 namespace bootforge::test {
 
@@ -18,7 +20,7 @@ extern WriteBehaviour writeBehaviour;
 extern int epollCreations;
 
 /// How often poll(2) was called in this process.
-extern int pollCalls;
+extern std::atomic<int> pollCalls;
 
 /// What pidfd_open(2) does in this process.
 struct PidfdBehaviour {
@@ -26,5 +28,27 @@ struct PidfdBehaviour {
   int refused = 0;  // how often it has failed so
 };
 extern PidfdBehaviour pidfdBehaviour;
+
+/// What close_range(2) does in this process, when it is called by number.
+struct CloseRangeBehaviour {
+  int error = 0;    // the errno that it fails with; 0 = it works
+  int refused = 0;  // how often it has failed so
+};
+extern CloseRangeBehaviour closeRange;
+
+/// Attributes and file actions of posix_spawn(3) that were made and not destroyed.
+extern int spawnObjects;
+
+/// From now on fchdir(2) looks at the signal mask, also in a child that does not share our memory.
+void watchFchdir();
+/// How many signals that can be blocked were not at the last look; -1 when there was none.
+int unblockedAtFchdir();
+
+/// What unlinkat(2) does in this process.
+struct RemovalBehaviour {
+  std::string path;  // removals of paths that begin so fail; empty = none
+  int error = 0;     // ... with this errno
+};
+extern RemovalBehaviour removals;
 
 }  // namespace bootforge::test

@@ -1,6 +1,8 @@
-// A record with a pointer that nobody has relocated.
+// A pointer of the record that leads nowhere.
 #include "bootforge/plugin.h"
 
 BOOTFORGE_EXPORT const struct bootforge_metadata metadata = {
-    .api_version = 3, .plugin_version = (const char*)0x10};
+    .api_version = 3,
+    .plugin_version = (const char*)8,
+};
 BOOTFORGE_EXPORT const struct bootforge_operations operations = {NULL, NULL};

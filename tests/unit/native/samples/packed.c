@@ -1,0 +1,2 @@
+// The same as full.c, with packed relocations.
+#include "full.c"
