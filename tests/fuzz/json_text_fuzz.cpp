@@ -3,6 +3,7 @@
 #include <boost/json/parse_options.hpp>
 #include <boost/json/stream_parser.hpp>
 #include <boost/json/value.hpp>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -27,7 +28,9 @@ void require(bool condition) {
 bool isSameNumber(double ours, const json::value& theirs) {
   if (theirs.is_int64()) return ours == static_cast<double>(theirs.get_int64());
   if (theirs.is_uint64()) return ours == static_cast<double>(theirs.get_uint64());
-  return ours == theirs.get_double();
+  // Boost.JSON makes NaN of a zero with a huge exponent.
+  const double other = theirs.get_double();
+  return ours == other || (std::isnan(ours) && std::isnan(other));
 }
 
 void requireSame(const JsonText& text, const JsonText::Value& ours, const json::value& theirs) {
@@ -84,7 +87,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   json::stream_parser parser({}, options);
   json::error_code error;
   const std::size_t end = parser.write_some(text.data(), text.size(), error);
-  if (!error) parser.finish(error);
+  if (!error && !parser.done()) parser.finish(error);
   // A limit of our own comes later than this one.
   if (error == json::error::too_deep) return 0;
   require(ours.isValid() == !error);
