@@ -42,6 +42,18 @@ void checkVerb(const CLI::App& app, int argc, char** argv) {
   throw UsageError(text);
 }
 
+/// "--run-once=" says that a list is empty, as it does to the orchestrator; the parser would look
+/// for its value in the next word.
+std::vector<std::string> withEmptyValues(const std::vector<std::string>& given) {
+  std::vector<std::string> words;
+  for (const std::string& word : given) {
+    const bool isEmptyValue = word.starts_with("--") && word.find('=') == word.size() - 1;
+    words.push_back(isEmptyValue ? word.substr(0, word.size() - 1) : word);
+    if (isEmptyValue) words.emplace_back();
+  }
+  return words;
+}
+
 int run(int argc, char** argv) {
   CLI::App app("Looks into an image before it boots, and into a boot after it.",
                "bootforge-analyze");
@@ -64,7 +76,7 @@ int run(int argc, char** argv) {
   addFleet(app, status);
   try {
     checkVerb(app, argc, argv);
-    std::vector<std::string> words = markSides(argc, argv);
+    std::vector<std::string> words = withEmptyValues(markSides(argc, argv));
     std::reverse(words.begin(), words.end());  // as the parser wants them
     app.parse(std::move(words));
   } catch (const CLI::ParseError& error) {

@@ -1,6 +1,8 @@
 #include "plugins/native_loader.h"
 
 #include <dlfcn.h>
+#include <elf.h>
+#include <fcntl.h>
 #include <link.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
@@ -15,9 +17,35 @@
 #include "bootforge/plugin.h"
 #include "plugins/exceptions.h"
 #include "util/system_error.h"
+#include "util/unique_fd.h"
 
 namespace bootforge {
 namespace {
+
+/// Whether a file ends before what the loader would map of it ends: the loader does not look, and
+/// the first access to what is missing would end the process.
+bool isCut(const std::string& path) {
+  const UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  struct stat status {};
+  ElfW(Ehdr) header{};
+  if (!file || ::fstat(file.get(), &status) != 0 ||
+      ::pread(file.get(), &header, sizeof header, 0) != sizeof header) {
+    return false;  // the loader has its own words for it
+  }
+  for (std::size_t i = 0; i < header.e_phnum; ++i) {
+    ElfW(Phdr) program{};
+    const std::size_t at = header.e_phoff + i * sizeof program;
+    if (::pread(file.get(), &program, sizeof program, static_cast<off_t>(at)) != sizeof program) {
+      return false;
+    }
+    const auto size = static_cast<std::uint64_t>(status.st_size);
+    if (program.p_type == PT_LOAD &&
+        (program.p_offset > size || program.p_filesz > size - program.p_offset)) {
+      return true;
+    }
+  }
+  return false;
+}
 
 /// A loaded object, and memory that its records may point to.
 class LoadedObject {
@@ -29,6 +57,7 @@ class LoadedObject {
         !S_ISDIR(status.st_mode)) {
       reject(path + ": cannot open shared object file: " + systemErrorText(ENXIO));
     }
+    if (isCut(path)) reject(path + ": file too short");
     ::dlerror();
     handle_ = ::dlopen(path.c_str(), RTLD_LAZY | RTLD_GLOBAL);
     if (handle_ == nullptr) reject(::dlerror());

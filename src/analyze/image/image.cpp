@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "analyze/image/init_folder.h"
+#include "analyze/image/loader.h"
 #include "catalogue/init_scripts.h"
 #include "plugins/debug_plugin.h"
 #include "plugins/exceptions.h"
@@ -97,6 +98,8 @@ void Image::readPlugins() {
     file.entry = entryOf(name);
   }
   readFiles(folder);
+  // Which machine the image is for, all of its plugins tell together.
+  judgeAsLoader(root_, files_);
   for (std::size_t i = 0; i < files_.size(); ++i) linkFile(i);
   if (!options_.plugins.empty()) return;
   for (const DebugLine& line : debugLines_) {
@@ -141,7 +144,8 @@ void Image::linkFile(std::size_t index) {
     } catch (const InvalidPluginException&) {
       // Its faults stand in the description.
     }
-  } else if (file.entry.kind == Entry::Kind::Native && file.native.isGood()) {
+  } else if (file.entry.kind == Entry::Kind::Native && file.unloadable.empty() &&
+             file.missingLibraries.empty() && file.native.isGood()) {
     admitPlugin(index,
                 std::make_unique<NativePlugin>(name, file.path, file.native.record, barriers));
   }

@@ -44,6 +44,9 @@ struct PluginFile {
   Description description;
   std::vector<DescriptionRemark> remarks;
   NativeObject native;
+  /// Why the image's loader would not take a shared object, and libraries that it would miss.
+  std::string unloadable;
+  std::vector<std::string> missingLibraries;
   /// What became of its plugin; none (a null plugin) for a file that has none or is rejected.
   Admission admission;
   bool hasInjection = false;  // a .debug file of which debug injections have the name

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <map>
-#include <vector>
 
 #include "util/system_error.h"
 
@@ -51,9 +50,9 @@ void countBelow(const RootFolder& root, Counts& counts) {
 
 }  // namespace
 
-std::uint16_t machineOfImage(const Image& image) {
+std::uint16_t machineOfImage(const RootFolder& root, const std::vector<PluginFile>& files) {
   Counts plugins;
-  for (const PluginFile& file : image.files()) {
+  for (const PluginFile& file : files) {
     if (file.entry.kind == Entry::Kind::Native && file.native.machine != EM_NONE) {
       ++plugins[file.native.machine];
     }
@@ -62,7 +61,7 @@ std::uint16_t machineOfImage(const Image& image) {
   if (machines.empty()) return EM_NONE;
   if (machines.size() == 1) return machines.front();
   Counts all;
-  countBelow(image.root(), all);
+  countBelow(root, all);
   return mostFrequent(all).front();
 }
 

@@ -178,11 +178,26 @@ TEST_F(NativePluginTest, AnObjectForAnotherMachineIsInvalid) {
             "ELFCLASS32");
 }
 
-TEST_F(NativePluginTest, ATruncatedObjectIsInvalid) {
+TEST_F(NativePluginTest, AnObjectThatIsCutAnywhereIsInvalid) {
   const std::string whole = sharedObject("full");
-  writeFile("/plugins/cut.so", whole.substr(0, 64));
-  EXPECT_THAT(loadFailure("/plugins/cut.so"),
-              StartsWith("plugin `/plugins/cut.so' is invalid: /plugins/cut.so: "));
+  for (std::size_t size = 0; size < endOfSegments(whole); size += 199) {
+    SCOPED_TRACE(size);
+    writeFile("/plugins/cut.so", whole.substr(0, size));
+    EXPECT_THAT(loadFailure("/plugins/cut.so"),
+                StartsWith("plugin `/plugins/cut.so' is invalid: /plugins/cut.so: "));
+  }
+}
+
+TEST_F(NativePluginTest, AnObjectWithoutItsSectionHeadersIsWhole) {
+  const std::string whole = sharedObject("full");
+  writeFile("/plugins/stripped.so", whole.substr(0, endOfSegments(whole)));
+  EXPECT_EQ(NativePlugin("x", "/plugins/stripped.so", test::barriers()).pluginVersion(), "2.5");
+}
+
+TEST_F(NativePluginTest, APointerThatLeadsNowhereIsAFault) {
+  writeFile("/plugins/wild.so", sharedObject("wild_version"));
+  EXPECT_EQ(loadFailure("/plugins/wild.so"),
+            "plugin `/plugins/wild.so' is invalid: a pointer in its records leads nowhere");
 }
 
 TEST_F(NativePluginTest, AFifoIsNotWaitedOn) {

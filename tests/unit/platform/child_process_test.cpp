@@ -116,11 +116,8 @@ TEST_P(ChildProcess, HasNoDescriptorOfOursAlsoWhereTheKernelCannotCloseThemAtOnc
     }
     Finished child = runInChild([] {
       for (int fd : {3, 4, 9, 1000}) ASSERT_EQ(dup2(STDOUT_FILENO, fd), fd);
-      closeRange = {.error = ENOSYS};
+      closeRangeError = ENOSYS;
       EXPECT_EQ(run("for fd in 3 4 5 9; do (echo $fd >&$fd); done 2>/dev/null; exit 7"), 7 << 8);
-      if (GetParam().run == runByForkExec) {
-        EXPECT_EQ(closeRange.refused, 1);
-      }
     });
     EXPECT_EQ(child.status, 0) << child.out;
     EXPECT_EQ(child.out, "") << "a child wrote to a descriptor of ours";

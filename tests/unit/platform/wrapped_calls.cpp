@@ -20,7 +20,7 @@ int epollCreations = -1;
 std::atomic<int> pollCalls = 0;
 PidfdBehaviour pidfdBehaviour;
 RemovalBehaviour removals;
-CloseRangeBehaviour closeRange;
+int closeRangeError = 0;
 int spawnObjects = 0;
 
 namespace {
@@ -39,7 +39,7 @@ int unblockedAtFchdir() { return *unblocked; }
 
 }  // namespace bootforge::test
 
-using bootforge::test::closeRange;
+using bootforge::test::closeRangeError;
 using bootforge::test::epollCreations;
 using bootforge::test::pidfdBehaviour;
 using bootforge::test::pollCalls;
@@ -105,9 +105,8 @@ long __wrap_syscall(long number, ...) {
     errno = pidfdBehaviour.error;
     return -1;
   }
-  if (number == SYS_close_range && closeRange.error != 0) {
-    ++closeRange.refused;
-    errno = closeRange.error;
+  if (number == SYS_close_range && closeRangeError != 0) {
+    errno = closeRangeError;
     return -1;
   }
   va_list arguments;

@@ -29,12 +29,8 @@ struct PidfdBehaviour {
 };
 extern PidfdBehaviour pidfdBehaviour;
 
-/// What close_range(2) does in this process, when it is called by number.
-struct CloseRangeBehaviour {
-  int error = 0;    // the errno that it fails with; 0 = it works
-  int refused = 0;  // how often it has failed so
-};
-extern CloseRangeBehaviour closeRange;
+/// The errno that close_range(2) fails with when it is called by number; 0 = it works.
+extern int closeRangeError;
 
 /// Attributes and file actions of posix_spawn(3) that were made and not destroyed.
 extern int spawnObjects;
