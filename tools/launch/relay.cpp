@@ -27,6 +27,8 @@ using host_linux::Delivery;
 constexpr std::size_t kMostOfALine = 960;
 /// How long the rest of a line is waited for.
 constexpr int kPauseInALine = 1000;  // milliseconds
+/// How long the last words wait for room: nobody waits for the end of this process.
+constexpr std::chrono::milliseconds kLastPatience(1000);
 /// How long nobody is asked for who did not take a line.
 constexpr std::chrono::duration<int, std::milli> kPauseOfAttempts(10);
 
@@ -84,10 +86,12 @@ class Relay {
       if (count <= 0) break;
       take({buffer, static_cast<std::size_t>(count)});
     }
+    sendPatience_ = kLastPatience;
+    loss_.patient = true;
     deliverHeld();
     endLine();
     deliverHeld();
-    host_linux::tellLoss(loss_, host_linux::kSyslogPatience, outlet());
+    host_linux::tellLoss(loss_, sendPatience_, outlet());
   }
 
  private:
@@ -102,7 +106,7 @@ class Relay {
   void nothingCame() {
     if (!held_.empty()) return deliverHeld();
     endLine();
-    host_linux::tellLoss(loss_, host_linux::kSyslogPatience, outlet());
+    host_linux::tellLoss(loss_, sendPatience_, outlet());
   }
 
   void take(std::string_view text) {
@@ -134,7 +138,7 @@ class Relay {
   }
 
   void deliver(const std::string& text) {
-    host_linux::deliver(loss_, host_linux::kSyslogPatience, LOG_NOTICE, text, outlet());
+    host_linux::deliver(loss_, sendPatience_, LOG_NOTICE, text, outlet());
     nextAttempt_ = Clock::now() + kPauseOfAttempts;
   }
 
@@ -142,6 +146,7 @@ class Relay {
   std::string line_;  // what there is of it
   std::string held_;  // a whole one, not tried yet
   host_linux::Loss loss_;
+  std::chrono::milliseconds sendPatience_ = host_linux::kSyslogPatience;
   host_linux::SyslogSocket socket_;
   Clock::time_point nextAttempt_;  // while something is lost
 };
