@@ -7,6 +7,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstring>
@@ -29,8 +30,9 @@ constexpr std::size_t kMostOfALine = 960;
 constexpr int kPauseInALine = 1000;  // milliseconds
 /// How long the last words wait for room: nobody waits for the end of this process.
 constexpr std::chrono::milliseconds kLastPatience(1000);
-/// How long nobody is asked for who did not take a line.
-constexpr std::chrono::duration<int, std::milli> kPauseOfAttempts(10);
+/// How long a daemon that did not take a line is left alone: twice as long after each attempt.
+constexpr std::chrono::duration<int, std::milli> kFirstPause(10);
+constexpr std::chrono::duration<int, std::milli> kLongestPause(1000);
 
 /// What a list of processes shows.
 void takeName(int wordCount, char** words) {
@@ -99,12 +101,15 @@ class Relay {
 
   /// How long more input is waited for before something is done without it; -1 without end.
   int patience() const {
-    if (!held_.empty()) return kPauseOfAttempts.count();
+    if (!held_.empty()) return pause_.count();
     return line_.empty() && loss_.messages == 0 ? -1 : kPauseInALine;
   }
 
   void nothingCame() {
-    if (!held_.empty()) return deliverHeld();
+    if (!held_.empty()) {
+      if (isHeardAgain()) deliverHeld();
+      return;
+    }
     endLine();
     host_linux::tellLoss(loss_, sendPatience_, outlet());
   }
@@ -124,7 +129,7 @@ class Relay {
     line_.clear();
     // While nobody listens, a flood must not ask for the daemon with every line, and be slowed down
     // by that. The last line is held back: last words count most.
-    if (loss_.messages > 0 && Clock::now() < nextAttempt_) {
+    if (!isHeardAgain()) {
       if (!held_.empty()) ++loss_.messages;
       held_ = std::move(text);
       return;
@@ -133,13 +138,26 @@ class Relay {
     deliver(text);
   }
 
+  /// Whether nothing is lost, or the daemon takes the word of what was.
+  bool isHeardAgain() {
+    if (loss_.messages == 0) return true;
+    if (Clock::now() < nextAttempt_) return false;
+    if (host_linux::tellLoss(loss_, sendPatience_, outlet()) == Delivery::kDone) {
+      pause_ = kFirstPause;
+      return true;
+    }
+    nextAttempt_ = Clock::now() + pause_;
+    pause_ = std::min(2 * pause_, kLongestPause);
+    return false;
+  }
+
   void deliverHeld() {
     if (!held_.empty()) deliver(std::exchange(held_, {}));
   }
 
   void deliver(const std::string& text) {
     host_linux::deliver(loss_, sendPatience_, LOG_NOTICE, text, outlet());
-    nextAttempt_ = Clock::now() + kPauseOfAttempts;
+    nextAttempt_ = Clock::now() + pause_;
   }
 
   const std::string name_;
@@ -149,6 +167,7 @@ class Relay {
   std::chrono::milliseconds sendPatience_ = host_linux::kSyslogPatience;
   host_linux::SyslogSocket socket_;
   Clock::time_point nextAttempt_;  // while something is lost
+  std::chrono::duration<int, std::milli> pause_ = kFirstPause;
 };
 
 }  // namespace
