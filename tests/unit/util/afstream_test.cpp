@@ -165,6 +165,15 @@ TEST_F(AtomicFileStream, AModeThatMakesNoSenseFailsAndItsTemporaryFileIsRemoved)
 
 TEST_F(AtomicFileStream, WithoutADescriptorForTheStreamItsTemporaryFileIsRemoved) {
   test::inChild([] {
+    {
+      // A sanitizer that looks at a kind of object for the first time needs descriptors of its own.
+      afstream other;
+      other.open(kFile, std::ios_base::trunc);
+      other.setstate(std::ios_base::failbit);
+      EXPECT_TRUE(other.fail());
+      EXPECT_EQ(failureOf([] { afstream().commit(); }, EINVAL),
+                "commit invoked on an unknown destination");
+    }
     const UniqueFd next(::open("/dev/null", O_RDONLY | O_CLOEXEC));
     const rlimit one{static_cast<rlim_t>(next.get()) + 2, static_cast<rlim_t>(next.get()) + 2};
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &one), 0);
