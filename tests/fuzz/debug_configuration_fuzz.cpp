@@ -44,9 +44,9 @@ std::optional<char> escaped(char character) {
 }
 
 /// The names of a list; nothing for a bad escape.
-std::optional<std::list<std::string>> namesOf(const std::string& list) {
+std::optional<std::vector<std::string>> namesOf(const std::string& list) {
   const std::string text = trimmed(list);
-  std::list<std::string> names;
+  std::vector<std::string> names;
   if (text.empty()) return names;
   names.emplace_back();
   bool quoted = false;

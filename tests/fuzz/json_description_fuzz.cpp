@@ -72,7 +72,7 @@ std::unique_ptr<JSONPlugin> pluginOf(const std::string& text) {
   static const MemoryFile file;
   file.write(text);
   try {
-    return std::make_unique<JSONPlugin>("fuzzed", file.path());
+    return std::make_unique<JSONPlugin>("fuzzed", file.path(), bootforge::test::barriers());
   } catch (const bootforge::InvalidPluginException& rejection) {
     const std::string what = rejection.what();
     const std::string head = "plugin `" + file.path() + "' is invalid: ";
@@ -149,7 +149,7 @@ void requireSame(const std::string& text, const Meaning& meaning) {
 /// Whatever became of the plugins, no milestone knows of them. Milestones stay for ever, and there
 /// will be many.
 void requireNoEdges() {
-  for (const bootforge::InitBarrier* barrier : test::barriers().allBarriers()) {
+  for (const bootforge::InitBarrier* barrier : bootforge::test::barriers().allBarriers()) {
     const bootforge::ScopedLock lock(bootforge::graphLock);
     require(barrier->prerequisites().empty() && barrier->dependents().empty());
   }
