@@ -4,6 +4,7 @@
 // worker that holds the graph lock. It never execs, so it may use nothing that another thread can
 // have had locked at the fork: of the program it uses this folder, and of the rest the log and the
 // C library's allocator, whose locks are held across a fork.
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -97,9 +98,15 @@ int bindForOwner(const UniqueFd& socket) {
   return error;
 }
 
+/// Gives a descriptor the first number behind the standard streams, whoever has that. None for -1.
+UniqueFd moveToFront(int fd) {
+  constexpr int kFront = STDERR_FILENO + 1;
+  return UniqueFd(fd == kFront ? fd : ::dup3(fd, kFront, O_CLOEXEC));
+}
+
 }  // namespace
 
-void HypcliExecutor::runChild() noexcept {
+void HypcliExecutor::runChild(int startLock) noexcept {
   try {
     ::prctl(PR_SET_NAME, kProcessName);
     resetSignals();
@@ -108,7 +115,8 @@ void HypcliExecutor::runChild() noexcept {
     // The descriptors are the orchestrator's: connections of its other workers among them, which
     // would not end for their peers while this process had them open.
     Log_Detach();
-    closeOtherDescriptors();
+    startLock_ = moveToFront(startLock);
+    closeOtherDescriptors(startLock_ ? startLock_.get() + 1 : STDERR_FILENO + 1);
     serve();
     ::_exit(0);
   } catch (const Exception& failure) {
@@ -122,6 +130,7 @@ void HypcliExecutor::runChild() noexcept {
 void HypcliExecutor::serve() {
   redirectStandardStreams(kOutputFile);
   openControlSocket();
+  startLock_.reset();
   if (::daemon(0, 1) == -1) throw Exception("Failed to daemonize");
   startEventLoop();
   Log_Level(5, "Executor Reset - polling for commands\n");
