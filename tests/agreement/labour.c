@@ -1,5 +1,5 @@
-// Works for a while: sleeps, then computes, for so many milliseconds each. Built without REQUIRES it is a
-// program for commands and init scripts, with it a native plugin that is told by the build.
+// Works for a while: sleeps, then computes, for so many milliseconds each. Built without REQUIRES
+// it is a program for commands and init scripts, with it a native plugin that is told by the build.
 #define _GNU_SOURCE
 #include <sched.h>
 #include <stdlib.h>
@@ -23,8 +23,7 @@ static void labour(double sleeping, double computing) {
   memset(&all, 0xFF, sizeof all);
   sched_setaffinity(0, sizeof all, &all);
   const double begin = now();
-  const struct timespec length = {(time_t)(sleeping / 1e3),
-                                  (long)(sleeping * 1e6) % 1000000000L};
+  const struct timespec length = {(time_t)(sleeping / 1e3), (long)(sleeping * 1e6) % 1000000000L};
   nanosleep(&length, NULL);
   while (now() < begin + sleeping + computing) continue;
 }
