@@ -125,7 +125,8 @@ void addBootOptions(CLI::App& verb, CommonOptions& options) {
                   "the profiling log, inside the root (default /var/log/sysboot.log)")
       ->option_text("FILE")
       ->group("Boot");
-  verb.add_option("--messages", options.messages, "a capture of the boot's messages")
+  verb.add_option("--messages", options.messages,
+                  "a capture of the boot's messages (-: standard input)")
       ->option_text("FILE")
       ->group("Boot");
 }

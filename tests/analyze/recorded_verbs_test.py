@@ -66,10 +66,10 @@ class RecordedVerbs(unittest.TestCase):
             {"metadata": {"version": 1, "requires": requires, "provides": provides},
              "operations": {"start": commands}}))
 
-    def run_verb(self, verb, *words, status=0, root=True):
+    def run_verb(self, verb, *words, status=0, root=True, given=""):
         command = [PROGRAM, verb, *(["--root", str(self.root)] if root else []), *map(str, words)]
         result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=60,
-                                stdin=subprocess.DEVNULL, check=False, cwd=self.folder)
+                                input=given.encode(), check=False, cwd=self.folder)
         self.assertEqual(result.returncode, status, result.stderr.decode())
         self.errors = result.stderr.decode()
         return result.stdout.decode()
@@ -191,6 +191,14 @@ class RecordedVerbs(unittest.TestCase):
         self.ask("stuck", "--messages", capture, status=1)
         self.assertIn("--trace", self.errors)
         self.run_verb("stuck", status=2)
+
+    def test_capture_may_come_through_standard_input(self):
+        log = "[    1.0] bootforge: Activating Bootforge plugin disk.\n"
+        told = self.ask("stuck", "--messages", "-", status=1, given=log)
+        self.assertEqual(told["running"], [{"name": "disk", "since": "1.0", "blocks": 2}])
+        self.run_verb("stuck", "--messages", "-", status=2, given="nothing of ours\n")
+        self.assertEqual(self.errors, "bootforge-analyze: standard input: there is no message of a "
+                         "boot in it\n")
 
     def test_one_simulated_worker_runs_as_planned(self):
         for number in range(30):
