@@ -59,12 +59,19 @@ std::string reasonAgainst(const Image& image, const WaitGraph& graph,
     }
   }
   if (!image.isEnumerated()) return "the boot cannot read its plugins";
+  if (!graph.isBarrier(index)) return {};
+  for (const Index provider : graph.prerequisites(index)) {
+    if (graph.isDone(provider)) continue;
+    const std::string reason = reasonAgainst(image, graph, cycles, provider);
+    if (!reason.empty()) return graph.name(provider) + " does not run: " + reason;
+  }
   return {};
 }
 
 Reasons reasonsOf(const Image& image, const WaitGraph& graph, Index index) {
   Reasons reasons;
   reasons.name = graph.name(index);
+  reasons.isBarrier = graph.isBarrier(index);
   reasons.reason = reasonAgainst(image, graph, graph.cycles(), index);
   reasons.runs = reasons.reason.empty();
   reasons.waitsFor = tiesOf(graph, index, &WaitGraph::prerequisites);
