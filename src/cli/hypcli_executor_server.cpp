@@ -13,6 +13,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <utility>
 
 #include "cli/control_socket.h"
 #include "cli/hypcli_executor.h"
@@ -40,11 +41,32 @@ constexpr int kEventType = 2;
 /// Ends the poll loop; written and read on its thread.
 bool stopRequested = false;
 
+UniqueFd acceptConnection(int listener) {
+  return UniqueFd(
+      retryInterrupted([&] { return ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC); }));
+}
+
+/// Serves one connection. Returns true for a request to stop.
+bool serveConnection(const UniqueFd& connection) {
+  if (isPeerOurs(connection)) return handleRequest(connection);
+  const int error = errno;
+  Log_Level(3, "Refused a connection on the control socket - %s\n", systemErrorText(error).c_str());
+  return false;
+}
+
+/// Who connects from now on finds nobody and starts an executor for itself; those who have
+/// connected already are served. The listening socket would take connections until it is closed,
+/// and nobody would ever answer them.
+void refuseConnections(int listener, UniqueFd stopper) {
+  if (::shutdown(listener, SHUT_RDWR) != 0) return;
+  stopper.reset();  // and this is what it waits for
+  while (const UniqueFd connection = acceptConnection(listener)) serveConnection(connection);
+}
+
 /// Accepts and serves one connection; `clientData` points to the listening descriptor.
 void handleConnection(void* clientData) {
   const int listener = *static_cast<int*>(clientData);
-  const UniqueFd connection(
-      retryInterrupted([&] { return ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC); }));
+  UniqueFd connection = acceptConnection(listener);
   if (!connection) {
     const int error = errno;
     Log_Level(3, "Error accepting connection on contol socket - %s\n\n",
@@ -54,16 +76,11 @@ void handleConnection(void* clientData) {
     ::poll(nullptr, 0, kPauseMilliseconds);
     return;
   }
-  if (!isPeerOurs(connection)) {
-    const int error = errno;
-    Log_Level(3, "Refused a connection on the control socket - %s\n",
-              systemErrorText(error).c_str());
-    return;
-  }
-  if (!handleRequest(connection)) return;
+  if (!serveConnection(connection)) return;
   stopRequested = true;
   Poll_NotifyChange(kClassSet);
   Poll_CallbackRemove(kClassSet, kPollFlags, &handleConnection, clientData, kEventType);
+  refuseConnections(listener, std::move(connection));
 }
 
 /// The body of the event-loop thread; `argument` points to the listening socket.
