@@ -70,3 +70,38 @@ def drawn(root, count, workers=8, seed=1):
         messages.append((end, f"[{7 + end / 1e6:>12.6f}] bootforge: Bootforge plugin {tail}"))
     text = "".join(line + "\n" for _, line in sorted(messages))
     return write_boot(root, plugins, lines, text)
+
+
+# Names that would end an element, begin a comment, change the direction or clear a terminal.
+HOSTILE = ["</script><script>window.broken = true</script>", "<!--<script>", "quo\"te'&amp;<b>",
+           "\u05e9\u05dc\u05d5\u05dd", "\u202eright-to-left", "escape\x1b[2J\x07", "caf\udce9",
+           "\u2028line\u2029"]
+
+
+def small(root):
+    """A boot with a bit of everything; gives the path of its messages."""
+    plugins = {
+        "network": ([], ["net"], ["network up"]),
+        "disk": ([], ["disk"], ["disk mount"]),
+        "log": (["disk"], ["log"], ["log start"]),
+        "web": (["net", "log"], ["service"], ["web start"]),
+        "clock": ([], ["time"], []),
+        "left": (["web-ready"], [], []),
+        "choice": ([], [], []),
+        "unused": ([], [], []),
+    }
+    lines = [("network", 0, 1200000), ("disk", 500, 800000), ("log", 800100, 1500000),
+             ("web", 1500020, 2900000), ("clock", 900, 1000), ("choice", 2000, None),
+             ("left", None, None)]
+    for number, name in enumerate(HOSTILE):
+        lines.append((name, 1600000 + 100000 * number, 1650000 + 100000 * number))
+        if "/" not in name:
+            plugins[name] = (["net"], [f"after {name}"], [])
+    messages = (
+        "[    7.000000] bootforge: Activating Bootforge plugin network.\n"
+        "[    8.200000] bootforge: Bootforge plugin network activated.\n"
+        "[    8.500020] bootforge: Activating Bootforge plugin web.\n"
+        "[    9.900000] bootforge: Bootforge plugin web activation failed: "
+        "no <b>socket</b> & no \"port\"\n"
+        "[    9.900010] bootforge: Bootforge plugin disk activated.\n")
+    return write_boot(root, plugins, lines, messages)

@@ -5,7 +5,10 @@ import texts from "./licences.txt";
 import { element } from "./dom.js";
 
 const MEANINGS = [
-  ["Waited for milestones", "from the earliest start until the last of what it waits for had ended"],
+  [
+    "Waited for milestones",
+    "from the earliest start until the last of what it waits for had ended",
+  ],
   ["Waited for a worker", "from then until it started: every worker was busy with something else"],
   ["Run", "from its start to its end"],
   ["Queue for the CLI executor", "the part of its run in which others had the CLI executor"],
@@ -23,8 +26,17 @@ export function aboutPage() {
   );
   return [
     element("h2", {}, "About this page"),
-    element("p", {}, "Made by bootforge-analyze report. It loads nothing, and holds all that it shows."),
-    element("details", {}, element("summary", {}, "What the numbers mean"), element("dl", {}, meanings)),
+    element(
+      "p",
+      {},
+      "Made by bootforge-analyze report. It loads nothing, and holds all that it shows.",
+    ),
+    element(
+      "details",
+      {},
+      element("summary", {}, "What the numbers mean"),
+      element("dl", {}, meanings),
+    ),
     element(
       "details",
       {},

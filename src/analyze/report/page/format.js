@@ -27,8 +27,8 @@ export function percent(share) {
   return `${Math.round(100 * share)} %`;
 }
 
-// What would not be seen, or would change what stands around it.
-const UNSEEN = /[\u0000-\u001f\u007f-\u009f]/g;
+// Control characters.
+const UNSEEN = /\p{Cc}/gu;
 
 /** A text of any characters on one line, control characters as "\xNN". */
 export function printable(text) {

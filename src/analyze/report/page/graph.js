@@ -26,7 +26,9 @@ function startLayouter() {
 }
 
 function pathOf(points) {
-  return points.map(({ x, y }, index) => `${index === 0 ? "M" : "L"}${x.toFixed(1)},${y.toFixed(1)}`).join("");
+  return points
+    .map(({ x, y }, index) => `${index === 0 ? "M" : "L"}${x.toFixed(1)},${y.toFixed(1)}`)
+    .join("");
 }
 
 export class Graph {
@@ -35,8 +37,16 @@ export class Graph {
     this.status = element("p", { role: "status" });
     this.svg = shape("svg", { role: "group", "aria-label": "Graph of plugins and milestones" });
     this.box = element("div", { class: "graph" }, this.svg);
-    const text = "Who waits for whom, from left to right: plugins in boxes, milestones between them.";
-    this.element = section("graph", "Graph", element("p", {}, text), this.#controls(), this.status, this.box);
+    const text =
+      "Who waits for whom, from left to right: plugins in boxes, milestones between them.";
+    this.element = section(
+      "graph",
+      "Graph",
+      element("p", {}, text),
+      this.#controls(),
+      this.status,
+      this.box,
+    );
     this.zoom = zoom()
       .scaleExtent([0.05, 4])
       .filter(() => (event.type === "wheel" ? event.ctrlKey || event.metaKey : !event.button))
@@ -138,7 +148,14 @@ export class Graph {
 
   #draw(graph, layout) {
     const arrow = shape("path", { d: "M0,0L8,4L0,8z" });
-    const marker = { id: "arrow", viewBox: "0 0 8 8", refX: 8, refY: 4, markerWidth: 7, orient: "auto" };
+    const marker = {
+      id: "arrow",
+      viewBox: "0 0 8 8",
+      refX: 8,
+      refY: 4,
+      markerWidth: 7,
+      orient: "auto",
+    };
     const edges = layout.paths.map((points) =>
       shape("path", { class: "edge", d: pathOf(points), "marker-end": "url(#arrow)" }),
     );
@@ -147,7 +164,8 @@ export class Graph {
     this.svg.replaceChildren(shape("defs", {}, shape("marker", marker, arrow)), this.layer);
     this.size = layout;
     this.#fit();
-    const left = graph.left > 0 ? `; the ${counted(graph.left, "node")} farthest away are left out` : "";
+    const left =
+      graph.left > 0 ? `; the ${counted(graph.left, "node")} farthest away are left out` : "";
     const text = `${counted(graph.nodes.length, "node")}, ${counted(graph.edges.length, "edge")}${left}.`;
     this.status.textContent = text;
     announce(`Graph: ${text}`);
@@ -156,7 +174,11 @@ export class Graph {
   #node({ plugin, label, width, height, gate }, { x, y }) {
     const name = printable(plugin ? plugin.name : gate.name);
     const box = { x: x - width / 2, y: y - height / 2, width, height, rx: plugin ? 4 : height / 2 };
-    const text = shape("text", { x, y: y + 4, "text-anchor": "middle", direction: "ltr" }, `\u2068${label}\u2069`);
+    const text = shape(
+      "text",
+      { x, y: y + 4, "text-anchor": "middle", direction: "ltr" },
+      `\u2068${label}\u2069`,
+    );
     const parts = [shape("title", {}, name), shape("rect", box), text];
     if (plugin === null) return shape("g", { class: "gate" }, ...parts);
     const chosen = plugin === this.selected ? " chosen" : "";
@@ -184,7 +206,11 @@ export class Graph {
     const scale = Math.min(1.2, Math.max(across, 0.3));
     const height = Math.min(640, Math.max(120, wanted * scale));
     this.svg.style.height = `${height}px`;
-    const fitting = Math.min(scale, Math.max(0.05, (height - 2 * MARGIN) / this.size.height), across);
+    const fitting = Math.min(
+      scale,
+      Math.max(0.05, (height - 2 * MARGIN) / this.size.height),
+      across,
+    );
     const left = (width - this.size.width * fitting) / 2;
     const top = (height - this.size.height * fitting) / 2;
     select(this.svg).call(this.zoom.transform, zoomIdentity.translate(left, top).scale(fitting));

@@ -67,7 +67,12 @@ function start() {
   if (model.boot.workers > 0) sections.push(timeline.element);
   if (model.plugins.length > 0) sections.push(page.element);
   if (model.boot.workers > 0) {
-    sections.push(chainSection(model), savingsSection(model), executorSection(model), graph.element);
+    sections.push(
+      chainSection(model),
+      savingsSection(model),
+      executorSection(model),
+      graph.element,
+    );
   }
   sections.push(allSection(model));
 

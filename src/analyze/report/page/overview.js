@@ -4,7 +4,7 @@ import { element, nameText, pluginLink, section } from "./dom.js";
 import { counted, duration, percent, printable } from "./format.js";
 import { executorLoad } from "./model.js";
 
-const total = (list, value) => list.reduce((sum, entry) => sum + value(entry), 0);
+const total = (entries, value) => entries.reduce((sum, entry) => sum + value(entry), 0);
 
 /** The boot in a few numbers. */
 export function factsOf(model) {
@@ -77,7 +77,10 @@ export function problemsOf(model) {
     parts.push(folded(`${counted(never.length, model.noun)} never ran`, never.map(pluginLink)));
   }
   if (model.absent.length > 0) {
-    const items = model.absent.map(({ name, reason }) => [nameText(name), ": " + printable(reason)]);
+    const items = model.absent.map(({ name, reason }) => [
+      nameText(name),
+      ": " + printable(reason),
+    ]);
     parts.push(folded(`${counted(items.length, model.noun)} had no part in it`, items));
   }
   if (model.notes.length > 0) {

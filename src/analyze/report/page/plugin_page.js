@@ -83,7 +83,12 @@ function messagesOf(model, plugin) {
 
 function dependencies(caption, rows, columns) {
   if (rows.length === 0) return element("p", {}, `${caption}: nothing.`);
-  const options = { caption: `${caption}: ${counted(rows.length, "row")}`, columns, rows, step: 10 };
+  const options = {
+    caption: `${caption}: ${counted(rows.length, "row")}`,
+    columns,
+    rows,
+    step: 10,
+  };
   return new SortedTable(options).element;
 }
 

@@ -28,7 +28,12 @@ export class Search {
     this.open = open;
     this.found = [];
     this.current = -1;
-    this.list = element("ul", { id: "found", role: "listbox", "aria-label": "Matches", hidden: "" });
+    this.list = element("ul", {
+      id: "found",
+      role: "listbox",
+      "aria-label": "Matches",
+      hidden: "",
+    });
     this.input = element("input", {
       id: "wanted",
       type: "search",

@@ -118,7 +118,13 @@ export function allSection(model) {
     { title: "Worker", value: (plugin) => plugin.worker, numeric: true },
   ];
   const title = model.is_daemon_run ? "All scripts" : "All plugins";
-  const table = new SortedTable({ caption: title, columns, rows: model.plugins, sort: 3, step: 50 });
+  const table = new SortedTable({
+    caption: `${title}, with their times`,
+    columns,
+    rows: model.plugins,
+    sort: 3,
+    step: 50,
+  });
   const count = element("p", { role: "status" });
   const value = (id) => document.getElementById(id)?.value ?? "";
   const filter = () => {

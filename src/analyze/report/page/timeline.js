@@ -69,7 +69,7 @@ export class Timeline {
 
   /** Zooms so that a plugin is well seen. */
   show(plugin) {
-    const margin = Math.max(plugin.run * 2, this.whole / 50);
+    const margin = Math.max(plugin.run / 2, this.whole / 50);
     const from = Math.max(0, plugin.start - margin);
     const to = Math.min(this.whole, plugin.end + margin);
     this.#apply(this.#transformAt(from, Math.max(1, this.whole / Math.max(1, to - from))));
@@ -190,7 +190,9 @@ export class Timeline {
     const share = (pointer.clientX - place.left - GUTTER) / this.room;
     const moment = from + share * (to - from);
     const near = (2 / this.room) * (to - from); // short bars are at least a pixel wide
-    return this.lanes[worker].findLast((plugin) => plugin.start - near <= moment && plugin.end + near >= moment);
+    return this.lanes[worker].findLast(
+      (plugin) => plugin.start - near <= moment && plugin.end + near >= moment,
+    );
   }
 
   #pick(plugin) {
@@ -246,7 +248,7 @@ export class Timeline {
     };
     const act = acts[press.key];
     if (!act || press.ctrlKey || press.metaKey || press.altKey) return;
-    press.prpressDefault();
+    press.preventDefault();
     act();
   }
 }
