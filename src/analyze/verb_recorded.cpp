@@ -158,8 +158,8 @@ void addPlot(CLI::App& app, int& status) {
 }
 
 void addReport(CLI::App& app, int& status) {
-  const auto [verb, options] =
-      addVerb<BootOptions>(app, "report", "a recorded boot as a page for a browser (one HTML file)");
+  const auto [verb, options] = addVerb<BootOptions>(
+      app, "report", "a recorded boot as a page for a browser (one HTML file)");
   addOutputOptions(*verb, *options, {"html"});
   verb->callback([options = options, &status] { status = runReport(*options); });
 }

@@ -26,7 +26,7 @@ struct PluginMessages {
   Outcome outcome = Outcome::None;
   std::string reason;  // of a failure
   // All that the chosen run says about it: the kernel's log first, then the program's own.
-  std::vector<ToldMessage> messages;
+  std::vector<ToldMessage> messages = {};
 };
 
 struct BootMessages {

@@ -21,8 +21,8 @@ struct Saving {
 };
 
 struct Savings {
-  std::int64_t makespan = 0;          // of the simulated boot without a change
-  std::optional<double> modelError;   // of that against the recorded one
+  std::int64_t makespan = 0;                   // of the simulated boot without a change
+  std::optional<double> modelError;            // of that against the recorded one
   std::vector<std::optional<Saving>> plugins;  // as in the timeline; none where none was worked out
 };
 

@@ -13,7 +13,8 @@ namespace {
 
 namespace json = boost::json;
 
-/// JSON that cannot end the element around it, nor begin a comment in it: "<" stands in strings only.
+/// JSON that cannot end the element around it, nor begin a comment in it: "<" stands in strings
+/// only.
 std::string forScript(const json::object& data) {
   std::string text;
   for (const char character : json::serialize(data)) {

@@ -21,7 +21,8 @@ namespace bootforge::analyze {
 ///     saves         {"half", "none", "native"}: what the boot would gain; null: not worked out
 ///     messages      [[time, text], ...]
 ///   gates           names of milestones and levels
-///   chain           as `critical-chain` tells it; `plugin` and, in `after`, `plugin` are numbers of
+///   chain           as `critical-chain` tells it; `plugin` and, in `after`, `plugin` are numbers
+///   of
 ///                   plugins
 ///   absent          [{"name", "reason"}]: described and not in the log
 ///   model           {"makespan", "error"} of the simulated boot

@@ -27,12 +27,15 @@ export function percent(share) {
   return `${Math.round(100 * share)} %`;
 }
 
-// Control characters.
-const UNSEEN = /\p{Cc}/gu;
+// Control characters, and those that change the direction of what stands around them.
+const CONTROLS = /\p{Cc}/gu;
+const DIRECTIONS = /[\u200e\u200f\u202a-\u202e\u2066-\u2069]/g;
 
-/** A text of any characters on one line, control characters as "\xNN". */
+const codeOf = (character, digits) => character.charCodeAt(0).toString(16).padStart(digits, "0");
+
+/** A text of any characters on one line, with "\xNN" and "\uNNNN" for what would not be seen. */
 export function printable(text) {
-  return text.replace(UNSEEN, (character) => {
-    return "\\x" + character.charCodeAt(0).toString(16).padStart(2, "0");
-  });
+  return text
+    .replace(CONTROLS, (character) => "\\x" + codeOf(character, 2))
+    .replace(DIRECTIONS, (character) => "\\u" + codeOf(character, 4));
 }

@@ -8,6 +8,7 @@ import { MOST_WHOLE, around, chain, everything } from "./graph_choice.js";
 
 const SVG = "http://www.w3.org/2000/svg";
 const MARGIN = 12;
+const READABLE = 0.55; // scale
 
 function shape(tag, attributes, ...children) {
   const made = document.createElementNS(SVG, tag);
@@ -48,7 +49,7 @@ export class Graph {
       this.box,
     );
     this.zoom = zoom()
-      .scaleExtent([0.05, 4])
+      .scaleExtent([0.02, 4])
       .filter(() => (event.type === "wheel" ? event.ctrlKey || event.metaKey : !event.button))
       .on("zoom", () => this.layer?.setAttribute("transform", event.transform.toString()));
     select(this.svg).call(this.zoom).style("touch-action", "pan-x pan-y");
@@ -163,7 +164,9 @@ export class Graph {
     this.layer = shape("g", {}, shape("g", { "aria-hidden": "true" }, ...edges), ...nodes);
     this.svg.replaceChildren(shape("defs", {}, shape("marker", marker, arrow)), this.layer);
     this.size = layout;
-    this.#fit();
+    const chosen = graph.nodes.findIndex((node) => node.plugin === this.selected);
+    this.middle = layout.places[chosen] ?? layout.places.at(-1);
+    this.#fit(READABLE);
     const left =
       graph.left > 0 ? `; the ${counted(graph.left, "node")} farthest away are left out` : "";
     const text = `${counted(graph.nodes.length, "node")}, ${counted(graph.edges.length, "edge")}${left}.`;
@@ -198,21 +201,25 @@ export class Graph {
     select(this.svg).call(this.zoom.translateTo, x, y);
   }
 
-  #fit() {
+  /** Shows all of it, or at a scale of at least `least` what is around the chosen plugin. */
+  #fit(least = 0) {
     if (!this.layer) return;
+    const { width: wide, height: high } = this.size;
     const width = this.svg.clientWidth;
-    const wanted = this.size.height + 2 * MARGIN;
-    const across = (width - 2 * MARGIN) / this.size.width;
-    const scale = Math.min(1.2, Math.max(across, 0.3));
-    const height = Math.min(640, Math.max(120, wanted * scale));
-    this.svg.style.height = `${height}px`;
-    const fitting = Math.min(
-      scale,
-      Math.max(0.05, (height - 2 * MARGIN) / this.size.height),
-      across,
+    const across = (width - 2 * MARGIN) / wide;
+    const height = Math.min(
+      640,
+      Math.max(120, high * Math.min(1.2, Math.max(across, least)) + 2 * MARGIN),
     );
-    const left = (width - this.size.width * fitting) / 2;
-    const top = (height - this.size.height * fitting) / 2;
-    select(this.svg).call(this.zoom.transform, zoomIdentity.translate(left, top).scale(fitting));
+    this.svg.style.height = `${height}px`;
+    const down = (height - 2 * MARGIN) / high;
+    const scale = Math.max(Math.min(1.2, across, down), least);
+    const center = { x: wide / 2, y: high / 2 };
+    const { x, y } = scale > Math.min(across, down) ? (this.middle ?? center) : center;
+    const place = zoomIdentity
+      .translate(width / 2, height / 2)
+      .scale(scale)
+      .translate(-x, -y);
+    select(this.svg).call(this.zoom.transform, place);
   }
 }

@@ -16,7 +16,8 @@ function shortened(name) {
 }
 
 function nodeOf(id, plugin, gate) {
-  const label = shortened(plugin ? plugin.name : gate.name);
+  const mark = plugin?.result === "failed" ? "✕ " : plugin?.onChain ? "◆ " : "";
+  const label = mark + shortened(plugin ? plugin.name : gate.name);
   const width = Math.max(40, [...label].length * LETTER + 18);
   return { id, plugin, gate, label, width, height: plugin ? 28 : 20 };
 }
