@@ -182,8 +182,13 @@ std::optional<std::size_t> terminalColumns(const CommonOptions& options) {
 }
 
 std::size_t terminalWidth(const CommonOptions& options) {
+  if (const std::optional<std::size_t> columns = terminalColumns(options)) return *columns;
   constexpr std::size_t kUsual = 80;
-  return terminalColumns(options).value_or(kUsual);
+  constexpr std::size_t kMost = 10'000;
+  const char* const wish = std::getenv("COLUMNS");
+  std::size_t columns = 0;
+  const bool isNumber = wish != nullptr && CLI::detail::lexical_cast(std::string(wish), columns);
+  return isNumber && columns > 0 && columns <= kMost ? columns : kUsual;
 }
 
 void remark(const std::string& text) {
