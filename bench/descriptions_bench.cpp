@@ -1,11 +1,11 @@
-// Reading plugin descriptions: discovery as a boot does it, against a bare read and parse of the
-// same files.
+// Reading plugin descriptions, by the orchestrator and by the analyzer.
 //
 // "bare" is what no reader can do without: list the directory, read each file into memory with
 // open, fstat, read and close, and have Boost.JSON build its value, from the memory that it is
-// quickest with. "discovery" lists the directory and hands each name to discoverPlugin. Both run
-// over the same directory, each pass in a process of its own that has read a few other descriptions
-// before, so that the code is in memory and nothing else is.
+// quickest with. "discovery" lists the directory and hands each name to discoverPlugin, as a boot
+// does. "verify" reads the image and looks for every defect, "plan" reads it and has the executor
+// choose among its nodes. All run over the same directory, each pass in a process of its own that
+// has read a few other descriptions before, so that the code is in memory and nothing else is.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -19,6 +19,10 @@
 #include <set>
 #include <string>
 
+#include "analyze/image/image.h"
+#include "analyze/image/wait_graph.h"
+#include "analyze/planning/plan.h"
+#include "analyze/verify/checks.h"
 #include "bench/fresh_process.h"
 #include "bench/sample_descriptions.h"
 #include "catalogue/discovery.h"
@@ -46,14 +50,31 @@ void readBare(const fs::path& directory) {
   }
 }
 
+// What these make stays for as long as the process, as in a boot and in the analyzer.
+
 void readByDiscovery(const fs::path& directory) {
-  // The plugins stay for as long as the process, as in a boot.
   auto& catalogue = *new Catalogue;
   Selection selection;
   for (const auto& entry : fs::directory_iterator(directory)) {
     discoverPlugin(entry.path().filename().string(), directory.string(), selection, catalogue);
   }
   benchmark::DoNotOptimize(catalogue.plugins.size());
+}
+
+analyze::Image& imageOf(const fs::path& directory) {
+  analyze::ImageOptions options;
+  options.pluginDirectory = directory.string();
+  return *new analyze::Image(options);
+}
+
+void verifyImage(const fs::path& directory) {
+  benchmark::DoNotOptimize(analyze::verify(imageOf(directory), 0).size());
+}
+
+void planImage(const fs::path& directory) {
+  analyze::Image& image = imageOf(directory);
+  const analyze::WaitGraph graph(image);
+  benchmark::DoNotOptimize(analyze::planBoot(image, graph, false).order.size());
 }
 
 void reading(benchmark::State& state, void (*read)(const fs::path&)) {
@@ -69,12 +90,14 @@ void reading(benchmark::State& state, void (*read)(const fs::path&)) {
 }
 
 void sizes(benchmark::internal::Benchmark* benchmark) {
-  for (const int size : {50, 1'000, 10'000}) benchmark->Arg(size);
-  benchmark->UseManualTime()->Iterations(5)->Unit(benchmark::kMicrosecond);
+  for (const int size : {50, 1'000, 10'000, 100'000}) benchmark->Arg(size);
+  benchmark->UseManualTime()->Iterations(3)->Unit(benchmark::kMicrosecond);
 }
 
 BENCHMARK_CAPTURE(reading, bare, &readBare)->Apply(sizes);
 BENCHMARK_CAPTURE(reading, discovery, &readByDiscovery)->Apply(sizes);
+BENCHMARK_CAPTURE(reading, verify, &verifyImage)->Apply(sizes);
+BENCHMARK_CAPTURE(reading, plan, &planImage)->Apply(sizes);
 
 }  // namespace
 }  // namespace bootforge::bench

@@ -53,11 +53,11 @@ PARALLEL = (("serial", ""), ("parallel", ", --parallel"))
 
 DESCRIPTIONS = [
     (f"read {size:,} descriptions", f"reading/discovery/{size}",
-     "bare read and parse", f"reading/bare/{size}", 2.0) for size in (50, 1000, 10000)]
+     "bare read and parse", f"reading/bare/{size}", 2.0) for size in (50, 1000, 10000, 100000)]
 
 IMAGES = [
-    (f"{verb} {size:,} descriptions", f"images/{verb}/{size}",
-     "the orchestrator's reading", f"images/discovery/{size}", None)
+    (f"{verb} {size:,} descriptions", f"reading/{verb}/{size}",
+     "the orchestrator's reading", f"reading/discovery/{size}", None)
     for verb in ("verify", "plan") for size in (1000, 10000, 100000)]
 
 COMMANDS = [

@@ -127,8 +127,9 @@ std::string tiesAsText(const char* title, const std::vector<Tie>& ties, const ch
 }
 
 std::string reasonsAsText(const Reasons& reasons) {
-  return printable(reasons.name) +
-         (reasons.runs ? " runs\n" : " does not run: " + printable(reasons.reason) + '\n') +
+  const char* const good = reasons.isBarrier ? " is reached" : " runs";
+  const char* const bad = reasons.isBarrier ? " is not reached: " : " does not run: ";
+  return printable(reasons.name) + (reasons.runs ? good : bad + printable(reasons.reason)) + '\n' +
          tiesAsText("waits for", reasons.waitsFor, " (nobody provides it)") +
          tiesAsText("is waited for by", reasons.waitedForBy, " (nobody requires it)");
 }

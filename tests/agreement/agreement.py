@@ -98,7 +98,9 @@ class Agreement:
         self._compare_left_out()
         self._compare_order()
         self._compare_milestones()
-        self._compare_command_files()
+        if self.image.has_folder:
+            self._compare_command_files()
+        # Else no plugin runs, and the executor reads its command files at the first command.
         self._compare_commands()
         if self.is_clean:
             loud = [(level, text) for level, text in self.boot.lines + self.boot.executor_lines

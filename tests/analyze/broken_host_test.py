@@ -294,8 +294,10 @@ class ListOfDefects(BrokenHost):
         new = [finding for finding in findings if json.dumps(finding) not in before]
         missing = [row for row in self.added
                    if not any(self.is_listed(finding, row) for finding in new)]
+        # Which of two of one name comes second may be another here: a copy's folder has an order of
+        # its own.
         others = [f"{finding['file']}: {finding['rule']}" for finding in new
-                  if not any(self.is_listed(finding, row) for row in self.added)]
+                  if not any(self.is_listed(finding, row) for row in self.added + self.in_git)]
         self.assertEqual((missing, others), ([], []))
 
     def test_together_they_break_every_rule(self):

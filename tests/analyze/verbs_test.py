@@ -322,6 +322,19 @@ class Planning(ImageCase):
         self.assertEqual((answer.status, answer.json["runs"]), (0, False))
         self.assertIn("loop -> l -> loop", answer.json["reason"])
 
+    def test_why_a_milestone_is_not_reached(self):
+        for requires, provides in [("l", "behind"), ("behind", "far")]:
+            self.image.plugin("to-" + provides, requires=[requires], provides=[provides])
+        for milestone, reason in [
+                ("l", "it waits for itself: loop -> l -> loop"),
+                ("behind", "it waits behind a cycle: loop -> l -> loop"),
+                ("far", "it waits behind a cycle: loop -> l -> loop")]:
+            answer = self.analyze("why", milestone, "--format", "json").json
+            self.assertEqual((answer["runs"], answer["reason"]), (False, reason))
+            self.assertEqual(self.analyze("why", milestone).text.splitlines()[0],
+                             f"{milestone} is not reached: {reason}")
+        self.assertTrue(self.analyze("why", "m").text.startswith("m is reached\n"))
+
     def test_unknown_names_are_two_with_the_nearest(self):
         for arguments in [["why", "frist"], ["why", "first", "frist"],
                           ["dot", "--around", "frist"]]:

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "analyze/image/cycles.h"
 #include "analyze/image/image.h"
 #include "analyze/image/wait_graph.h"
 
@@ -17,8 +18,9 @@ struct Tie {
 
 struct Reasons {
   std::string name;
+  bool isBarrier = false;  // a milestone or level: it is reached
   bool runs = true;
-  std::string reason;  // what keeps it from running; empty when it runs
+  std::string reason;  // what keeps it from running or being reached; empty when nothing does
   std::vector<Tie> waitsFor;
   std::vector<Tie> waitedForBy;
 };
@@ -35,8 +37,9 @@ struct Chains {
 /// does not wait for it.
 Chains shortestChains(const WaitGraph& graph, WaitGraph::Index from, WaitGraph::Index to);
 
-/// Why a plugin of the run never starts, or why it is left out; empty when it runs.
-std::string reasonAgainst(const Image& image, const WaitGraph& graph,
-                          const std::vector<WaitGraph::Cycle>& cycles, WaitGraph::Index index);
+/// Why a plugin of the run never starts, or why it is left out, or why a milestone is never
+/// reached; empty when it runs or is reached.
+std::string reasonAgainst(const Image& image, const WaitGraph& graph, const Cycles& cycles,
+                          WaitGraph::Index index);
 
 }  // namespace bootforge::analyze

@@ -7,6 +7,7 @@
 
 #include <boost/regex.hpp>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -58,7 +59,11 @@ std::string withoutPids(const std::string& text) {
 }
 
 TEST(LogToStdout, WritesTheTimeInUtcWithMillisecondsThenLevelIdentityAndPid) {
-  time_t before = time(nullptr);
+  // time(2) may lag behind the clock by a tick.
+  const auto now = [] {
+    return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+  };
+  time_t before = now();
   pid_t pid = 0;
   Finished child = runInChild([] {
     setenv("TZ", "Asia/Tokyo", 1);
@@ -71,7 +76,7 @@ TEST(LogToStdout, WritesTheTimeInUtcWithMillisecondsThenLevelIdentityAndPid) {
     std::string pidText = std::to_string(getpid());
     writeFile("/pid", pidText);
   });
-  time_t after = time(nullptr);
+  time_t after = now();
   pid = std::atoi(readFile("/pid").c_str());
   boost::smatch match;
   boost::regex line(
