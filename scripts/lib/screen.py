@@ -1,4 +1,4 @@
-"""What a person sees: titles, colours, bars and the log as it comes."""
+"""What a person sees: titles, colours and the log as it comes."""
 
 import os
 import shutil
@@ -17,30 +17,23 @@ class Screen:
         terminal = sys.stdout.isatty()
         self.coloured = terminal and "NO_COLOR" not in os.environ
         self.width = min(shutil.get_terminal_size((110, 25)).columns if terminal else 110, 140)
-        encoding = (sys.stdout.encoding or "").lower()
-        self.blocks = " ▏▎▍▌▋▊▉█" if encoding.startswith("utf") else " #"
+        self.rule = "─" if (sys.stdout.encoding or "").lower().startswith("utf") else "-"
         sys.stdout.reconfigure(errors="replace", line_buffering=True)
 
     def paint(self, colour, text):
         return f"\x1b[{COLOURS[colour]}m{text}\x1b[0m" if self.coloured and colour else text
 
     def title(self, text):
-        rule = "─" if len(self.blocks) > 2 else "-"
-        print("\n" + self.paint("bold", f"{rule * 2} {text} {rule * (self.width - len(text) - 4)}"))
-
-    def bar(self, begin, end, width):
-        """A bar from begin to end (0 to 1) within width cells; at least a sliver."""
-        fine = len(self.blocks) - 1
-        first = min(int(begin * width), width - 1)
-        parts = max(round((end - begin) * width * fine), 1)
-        full, rest = divmod(parts, fine)
-        return (" " * first + self.blocks[-1] * full + self.blocks[rest].strip())[:width]
+        rest = self.rule * (self.width - len(text) - 4)
+        print("\n" + self.paint("bold", f"{self.rule * 2} {text} {rest}"))
 
 
 class Follower:
-    """Prints the program's log as it comes, with the executor's words before what they explain."""
+    """Prints the program's log as it comes, with the executor's words before what they explain; a
+    `silent` one only keeps it."""
 
-    def __init__(self, screen, root):
+    def __init__(self, screen, root, silent=False):
+        self.silent = silent
         self.screen = screen
         self.executor_path = f"{root}/var/log/bootforge-hypcli-stdout.log"
         self.position = 0
@@ -48,6 +41,8 @@ class Follower:
         self.rest = b""
 
     def show(self, line, indent=""):
+        if self.silent:
+            return
         match = boot_report.LOG_LINE.match(line)
         if not match:
             print(self.screen.paint("dim", f"{indent}    | {line}"))

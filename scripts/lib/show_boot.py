@@ -1,11 +1,14 @@
 #!/usr/bin/env python3
 """Boots a host and shows a person what happens: the log as it goes, then what came of it.
 
-usage: show_boot.py [--interactive] [--daemons] [--kept] [--expect-failed NAME]...
+usage: show_boot.py [--interactive] [--daemons] [--brief] [--picture FILE] [--expect-failed NAME]...
                     [--expect-daemon-failed NAME]... [--expect-unprovided MILESTONE]...
+                    [--image OPTION]... --analyze PROGRAM
                     --root ROOT --host COMMAND [ARGUMENT...] --boot COMMAND [ARGUMENT...]
 
 The COMMAND of --host makes the directory ROOT a host (private_host.py); that of --boot boots it.
+PROGRAM, with the OPTIONs of --image, tells where the time went; --picture says that the host is kept,
+and where to draw the boot. --brief shows only how the boot went.
 --interactive gives the boot the terminal on standard input; --daemons starts the host's daemons
 afterwards, uses one of them, and stops them. Exit status: 0 when everything went as expected, 1
 when it did not, 125 when the host could not be made.
@@ -18,6 +21,7 @@ import os
 import signal
 import sys
 
+import analyzer as analyzers
 import boot_report
 import daemon_round
 import host_session
@@ -32,6 +36,8 @@ FILES = (
     ("/var/log/bootforge-hypcli-stdout.log", "CLI executor's log, output of the commands"),
     ("/var/log/console.log", "what the console showed"),
 )
+# The boot's section of the profiling log is the first; stopping the daemons is the third.
+STARTED_DAEMONS = ("--daemons", "--section=1")
 PR_SET_PDEATHSIG = 1  # of prctl(2)
 # There while the host configures itself; the program takes it away at the end of the boot.
 AUTOCONF_MARKER = "/var/run/nimbus/configstore/autoconf"
@@ -61,7 +67,7 @@ def host_of(options):
         host.close()
 
 
-def boot(host, options, follower):
+def boot(host, options, follower, analyzer):
     """Boots, following the log; the exit status."""
     try:
         if not options.interactive:
@@ -72,49 +78,28 @@ def boot(host, options, follower):
             return status
     except SystemExit:
         host.close()  # its logs are whole now
-        left = boot_report.Report(options.root, follower.lines).unfinished()
+        left = analyzer.unfinished()
         print(f"\nInterrupted; plugins that had not ended: {', '.join(left) or 'none'}")
         raise
     finally:
         follower.finish()
 
 
-def show_profile(screen, all_runs, kind):
-    runs = [run for run in all_runs if run.start]
-    if not runs:
-        print(f"No {kind} ran.")
-        return
-    begin, end = runs[0].start, max(run.end for run in runs)
-    span = max(end - begin, 1)
-    names = max(len(run.name) for run in runs)
-    width = max(screen.width - names - 42, 10)
-    head = f"{'order':>5}  {kind:{names}}  {'began ms':>9}  {'took ms':>9}  {'result':9}"
-    print(screen.paint("dim", f"{head}  0{f'{span / 1000:.0f} ms':>{width - 1}}"))
-    for number, run in enumerate(runs, 1):
-        colour = {"activated": "green", "failed": "red"}.get(run.result, "yellow")
-        bar = screen.bar((run.start - begin) / span, (run.end - begin) / span, width)
-        print(f"{number:5}  {run.name:{names}}  {(run.start - begin) / 1000:9.1f}  "
-              f"{run.took / 1000:9.1f}  {screen.paint(colour, f'{run.result:9}')}  "
-              f"{screen.paint(colour, bar)}")
-    for run in all_runs:
-        if not run.start:
-            print(f"{'-':>5}  {run.name:{names}}  {run.result}")
-    slowest = max(runs, key=lambda run: run.took)
-    print(f"\n{len(runs)} {kind}{'s' * (len(runs) != 1)} in {span / 1000:.1f} ms, the longest "
-          f"{slowest.name} with {slowest.took / 1000:.1f} ms")
+def named(runs, result):
+    return [run for run in runs if run["result"] == result]
 
 
-def show_troubles(screen, report):
-    for run in report.failed():
-        error = run.error.rpartition("() failed: ")[2]
-        print(screen.paint("red", f"failed       {run.name}: {error}"))
-        for command, errors in report.reasons(run.name):
+def show_troubles(screen, report, runs, daemons):
+    for run in named(runs, "failed"):
+        error = run["reason"].rpartition("() failed: ")[2]
+        print(screen.paint("red", f"failed       {run['name']}: {error}"))
+        for command, errors in report.reasons(run["name"]):
             print(f"                 {command}")
             for error in errors:
                 print(f"                     {error}")
-    for run in report.failed_daemons():
-        error = run.error.rpartition("() failed: ")[2]
-        print(screen.paint("red", f"failed       daemon {run.name}: {error}"))
+    for run in named(daemons, "failed"):
+        error = run["reason"].rpartition("() failed: ")[2]
+        print(screen.paint("red", f"failed       daemon {run['name']}: {error}"))
     for text in report.unusable:
         print(screen.paint("red", f"unusable     {text}"))
     for milestone, requirers in report.unprovided.items():
@@ -124,12 +109,17 @@ def show_troubles(screen, report):
         print(f"passed over  {text.removeprefix('ignoring plugin ')}")
     for text in report.injections:
         print(f"injection    {text.removeprefix('debug injection ')}")
-    if not (report.failed() or report.failed_daemons() or report.unusable or report.unprovided):
+    if not (named(runs + daemons, "failed") or report.unusable or report.unprovided):
         print("Nothing failed.")
 
 
-def show_files(screen, report, kept):
-    if kept:
+def draw(analyzer, picture):
+    if picture and analyzer.show("plot", analyzer.messages, f"--output={picture}"):
+        print(f"The boot as a picture: {picture}")
+
+
+def show_files(report, picture):
+    if picture:
         print(f"below {report.root}:")
     for name, meaning in FILES:
         try:
@@ -138,11 +128,11 @@ def show_files(screen, report, kept):
             size = "not there"
         print(f"{name:38}  {size:>12}  {meaning}")
     print(f"\nThe run-once record says: {report.run_once_record() or 'nothing'}")
-    if not kept:
+    if not picture:
         print("These files are the host's, and are removed with it now; --keep keeps them.")
 
 
-def judge(report, status, options):
+def judge(report, runs, status, options):
     """What was not as expected, one sentence each."""
     problems = []
 
@@ -153,12 +143,13 @@ def judge(report, status, options):
     if status:
         problems.append(f"the program ended with exit status {status}")
     # What others make of a plugin that the operator left out is for the operator to judge.
-    if not report.skipped:
-        compare("failed:", set(options.expect_failed), {run.name for run in report.failed()})
+    if not named(runs, "skipped"):
+        compare("failed:", set(options.expect_failed),
+                {run["name"] for run in named(runs, "failed")})
     compare("no provider for milestone", set(options.expect_unprovided), set(report.unprovided))
     if report.unusable:
         problems.append(f"descriptions that are unusable: {len(report.unusable)}")
-    known = {run.name for run in report.runs if run.result != "unknown"}
+    known = {run["name"] for run in runs if run["result"] in ("activated", "failed", "skipped")}
     for name in report.plugin_files():
         base = os.path.splitext(name)[0].removeprefix("lib")
         if base not in known and not any(f"'{base}'" in text for text in report.passed_over):
@@ -175,7 +166,10 @@ def read_options():
     parser = argparse.ArgumentParser(usage=__doc__)
     parser.add_argument("--interactive", action="store_true")
     parser.add_argument("--daemons", action="store_true")
-    parser.add_argument("--kept", action="store_true")
+    parser.add_argument("--brief", action="store_true")
+    parser.add_argument("--picture")
+    parser.add_argument("--image", action="append", default=[])
+    parser.add_argument("--analyze", required=True)
     parser.add_argument("--expect-failed", action="append", default=[])
     parser.add_argument("--expect-daemon-failed", action="append", default=[])
     parser.add_argument("--expect-unprovided", action="append", default=[])
@@ -188,15 +182,34 @@ def read_options():
     return options
 
 
+def show_all(screen, report, runs, daemons, status_text, options, analyzer):
+    screen.title("What ran, and when")
+    analyzer.show("blame", analyzer.messages)
+    if daemons:
+        screen.title("The daemons, as they were started")
+        analyzer.show("blame", analyzer.messages, *STARTED_DAEMONS)
+    screen.title("What did not go well, and why")
+    show_troubles(screen, report, runs, daemons)
+    screen.title("The host as it stood at the end")
+    print(status_text.rstrip("\n") or "It has no status program.")
+    screen.title("Where the files are")
+    show_files(report, options.picture)
+    draw(analyzer, options.picture)
+    screen.title("What kept the boot from ending sooner")
+    analyzer.show("critical-chain")
+
+
 def main():
     options = read_options()
     screen = screens.Screen()
-    follower = screens.Follower(screen, options.root)
+    follower = screens.Follower(screen, options.root, silent=options.brief)
+    analyzer = analyzers.Analyzer(options.analyze, options.root, options.image, screen.width)
     daemon_problems, status_text = [], ""
     try:
         with host_of(options) as host:
-            screen.title("The log as it goes")
-            status = boot(host, options, follower)
+            if not options.brief:
+                screen.title("The log as it goes")
+            status = boot(host, options, follower, analyzer)
             boot_lines = list(follower.lines)
             if options.daemons:
                 daemon_problems = daemon_round.go_round(host, options, screen, follower)
@@ -207,27 +220,21 @@ def main():
         return 125
 
     report = boot_report.Report(options.root, boot_lines)
-    screen.title("Order of activation, and the profile")
-    show_profile(screen, report.runs, "plugin")
-    if report.daemons:
-        screen.title("Order in which the daemons were started, and the profile")
-        show_profile(screen, report.daemons, "daemon")
-    screen.title("What did not go well, and why")
-    show_troubles(screen, report)
-    screen.title("The host as it stood at the end")
-    print(status_text.rstrip("\n") or "It has no status program.")
-    screen.title("Where the files are")
-    show_files(screen, report, options.kept)
-    screen.title("Outcome")
-    problems = judge(report, status, options) + daemon_problems
-    activated = sum(run.result == "activated" for run in report.runs)
-    skipped = f"{len(report.skipped)} skipped by the operator, " if report.skipped else ""
-    print(f"{activated} activated, {len(report.failed())} failed, {skipped}"
-          f"{len(report.passed_over)} passed over; milestones without a provider: "
+    runs = analyzer.runs()
+    daemons = analyzer.runs(*STARTED_DAEMONS) if options.daemons else []
+    if not options.brief:
+        show_all(screen, report, runs, daemons, status_text, options, analyzer)
+        screen.title("Outcome")
+    else:
+        draw(analyzer, options.picture)
+    problems = judge(report, runs, status, options) + daemon_problems
+    skipped = len(named(runs, "skipped"))
+    by_operator = f"{skipped} skipped by the operator, " if skipped else ""
+    print(f"{len(named(runs, 'activated'))} activated, {len(named(runs, 'failed'))} failed, "
+          f"{by_operator}{len(report.passed_over)} passed over; milestones without a provider: "
           f"{len(report.unprovided)}")
     if options.daemons:
-        started = sum(run.result == "activated" for run in report.daemons)
-        print(f"daemons: {started} of {len(report.daemons)} started")
+        print(f"daemons: {len(named(daemons, 'activated'))} of {len(daemons)} started")
     for problem in problems:
         print(screen.paint("red", problem))
     subject, they = "The boot", "it"

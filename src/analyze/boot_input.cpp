@@ -1,6 +1,7 @@
 #include "analyze/boot_input.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <utility>
@@ -14,14 +15,26 @@
 namespace bootforge::analyze {
 namespace {
 
-/// What the caller names may be a pipe as well.
+constexpr const char* kStandardInput = "standard input";
+
+/// What is open may be a pipe as well.
+std::string readOpened(const UniqueFd& file, const std::string& name) {
+  std::optional<std::string> content;
+  if (file) content = readAll(file);
+  if (!content) throw UsageError(name + ": " + systemErrorText(errno));
+  return *std::move(content);
+}
+
 std::string readCallersFile(const std::string& path) {
   const UniqueFd file(
       retryInterrupted([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY); }));
-  std::optional<std::string> content;
-  if (file) content = readAll(file);
-  if (!content) throw UsageError(path + ": " + systemErrorText(errno));
-  return *std::move(content);
+  return readOpened(file, path);
+}
+
+/// A host that has only just begun to boot may have no /dev/stdin.
+std::string readStandardInput() {
+  const UniqueFd file(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
+  return readOpened(file, kStandardInput);
 }
 
 std::string unpacked(const std::string& path, std::string content) {
@@ -88,9 +101,11 @@ std::vector<KnownPlugin> readKnownPlugins(const BootOptions& options) {
 }
 
 BootMessages readCapture(const std::string& path, const KnownNames& names, WhichRun which) {
-  const std::string text = unpacked(path, readCallersFile(path));
+  const bool isPiped = path == "-";
+  const std::string name = isPiped ? kStandardInput : path;
+  const std::string text = unpacked(name, isPiped ? readStandardInput() : readCallersFile(path));
   BootMessages messages = readMessages(text, names, which);
-  if (!messages.readable) throw UsageError(path + ": there is no message of a boot in it");
+  if (!messages.readable) throw UsageError(name + ": there is no message of a boot in it");
   return messages;
 }
 

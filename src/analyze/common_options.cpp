@@ -125,7 +125,8 @@ void addBootOptions(CLI::App& verb, CommonOptions& options) {
                   "the profiling log, inside the root (default /var/log/sysboot.log)")
       ->option_text("FILE")
       ->group("Boot");
-  verb.add_option("--messages", options.messages, "a capture of the boot's messages")
+  verb.add_option("--messages", options.messages,
+                  "a capture of the boot's messages (-: standard input)")
       ->option_text("FILE")
       ->group("Boot");
 }
@@ -181,8 +182,13 @@ std::optional<std::size_t> terminalColumns(const CommonOptions& options) {
 }
 
 std::size_t terminalWidth(const CommonOptions& options) {
+  if (const std::optional<std::size_t> columns = terminalColumns(options)) return *columns;
   constexpr std::size_t kUsual = 80;
-  return terminalColumns(options).value_or(kUsual);
+  constexpr std::size_t kMost = 10'000;
+  const char* const wish = std::getenv("COLUMNS");
+  std::size_t columns = 0;
+  const bool isNumber = wish != nullptr && CLI::detail::lexical_cast(std::string(wish), columns);
+  return isNumber && columns > 0 && columns <= kMost ? columns : kUsual;
 }
 
 void remark(const std::string& text) {

@@ -133,7 +133,8 @@ void addStuck(CLI::App& app, int& status) {
   CLI::App* const verb = app.add_subcommand("stuck", "what a boot that hangs is waiting for");
   const auto options = std::make_shared<BootOptions>();
   addImageOptions(*verb, *options);
-  verb->add_option("--messages", options->messages, "a capture of the boot's messages")
+  verb->add_option("--messages", options->messages,
+                   "a capture of the boot's messages (-: standard input)")
       ->option_text("FILE")
       ->required()
       ->group("Boot");

@@ -66,10 +66,11 @@ class RecordedVerbs(unittest.TestCase):
             {"metadata": {"version": 1, "requires": requires, "provides": provides},
              "operations": {"start": commands}}))
 
-    def run_verb(self, verb, *words, status=0, root=True):
+    def run_verb(self, verb, *words, status=0, root=True, given="", **environment):
         command = [PROGRAM, verb, *(["--root", str(self.root)] if root else []), *map(str, words)]
         result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=60,
-                                stdin=subprocess.DEVNULL, check=False, cwd=self.folder)
+                                input=given.encode(), check=False, cwd=self.folder,
+                                env={**os.environ, "COLUMNS": "", **environment})
         self.assertEqual(result.returncode, status, result.stderr.decode())
         self.errors = result.stderr.decode()
         return result.stdout.decode()
@@ -191,6 +192,26 @@ class RecordedVerbs(unittest.TestCase):
         self.ask("stuck", "--messages", capture, status=1)
         self.assertIn("--trace", self.errors)
         self.run_verb("stuck", status=2)
+
+    def test_text_is_as_wide_as_it_may_be(self):
+        for columns, width in (("", 80), ("0", 80), ("wide", 80), ("60", 60), ("100", 100)):
+            told, table = self.run_verb("blame", COLUMNS=columns).split("\n\n")
+            self.assertEqual(max(map(len, table.splitlines())), width, columns)
+            self.assertIn("Boot of 2026-03-05 07:04:10 UTC: 2.90 s on 3 workers", told)
+
+    def test_failure_is_told_without_what_everybody_knows(self):
+        capture = self.file("kernel", "[    2.0] bootforge: Bootforge plugin web activation failed: "
+                            "web->start() failed: no network\n")
+        text = self.run_verb("blame", "--messages", capture)
+        self.assertEqual(text.splitlines()[1], "failed web: no network")
+
+    def test_capture_may_come_through_standard_input(self):
+        log = "[    1.0] bootforge: Activating Bootforge plugin disk.\n"
+        told = self.ask("stuck", "--messages", "-", status=1, given=log)
+        self.assertEqual(told["running"], [{"name": "disk", "since": "1.0", "blocks": 2}])
+        self.run_verb("stuck", "--messages", "-", status=2, given="nothing of ours\n")
+        self.assertEqual(self.errors, "bootforge-analyze: standard input: there is no message of a "
+                         "boot in it\n")
 
     def test_one_simulated_worker_runs_as_planned(self):
         for number in range(30):

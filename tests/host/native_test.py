@@ -14,7 +14,8 @@ HEADER = os.path.join(os.path.dirname(__file__), "../../include")
 RECORDS = """
 #include <bootforge/plugin.h>
 {more}
-BOOTFORGE_EXPORT const struct bootforge_metadata metadata = {{.api_version = {version}}};
+BOOTFORGE_EXPORT const struct bootforge_metadata metadata = {{
+    .api_version = {version}, .provides = (const char* const[]){{{provides} NULL}}}};
 BOOTFORGE_EXPORT const struct bootforge_operations operations = {{{entries}}};
 """
 
@@ -22,11 +23,12 @@ BOOTFORGE_EXPORT const struct bootforge_operations operations = {{{entries}}};
 class NativeCase(HostCase):
     """Plugins are compiled by the test, as their authors do it."""
 
-    def shared_object(self, host, name, entries="", version=1, more="", path=None):
+    def shared_object(self, host, name, entries="", version=1, more="", path=None, provides=()):
         with tempfile.TemporaryDirectory() as folder:
             source, target = f"{folder}/plugin.c", f"{folder}/plugin.so"
             with open(source, "w", encoding="utf-8") as file:
-                file.write(RECORDS.format(entries=entries, version=version, more=more))
+                file.write(RECORDS.format(entries=entries, version=version, more=more,
+                                          provides="".join(f'"{each}",' for each in provides)))
             subprocess.run(["cc", "-shared", "-fPIC", "-I", HEADER, "-o", target, source],
                            check=True)
             with open(target, "rb") as file:

@@ -3,9 +3,11 @@
 usage: real_kernel_test.py KERNEL GUEST BUILD BUSYBOX CMAKE [TEST]...
 """
 
+import json
 import os
 import re
 import shutil
+import subprocess
 import sys
 import tempfile
 import unittest
@@ -140,6 +142,47 @@ class LostExecutor(RealKernel):
                             "Setting up Executor - Reset Requested",
                             "Executor has been Successfully Stopped"],
                            guest.run("cat /var/log/syslog.log"))
+
+
+class HangingBoot(RealKernel):
+    def stuck(self, capture, status):
+        """What the build's own analyzer tells from a capture, of the guest's files out here."""
+        with open(f"{self.folder}/capture", "wb") as file:
+            file.write(capture)
+        done = subprocess.run([f"{BUILD}/bootforge-analyze", "stuck", f"--root={GUEST}/root",
+                               f"--messages={self.folder}/capture", "--format=json"],
+                              capture_output=True, check=False, timeout=60)
+        self.assertIn(done.returncode, status, done.stderr.decode())
+        return json.loads(done.stdout) if done.returncode < 2 else None
+
+    def check_answer(self, told):
+        self.assertEqual([(each["name"], each["blocks"]) for each in told["running"]],
+                         [("storage", 1)])
+        self.assertRegex(told["running"][0]["since"], r"^\d+\.\d{6}$")
+        # The one worker holds "cluster" up, too.
+        self.assertEqual(sorted(told["waiting"], key=lambda each: each["name"]), [
+            {"name": "cluster", "for": []},
+            {"name": "ready", "for": [{"milestone": "storage-ready", "plugins": ["storage"]}]}])
+        self.assertEqual(told["cycle"], [])
+
+    def test_the_serial_line_and_the_kernel_log_name_what_hangs(self):
+        with self.machine("GATE=yes loglevel=7") as guest:
+            guest.wait_until("grep -q waiting /run/gate-state")
+            guest.expect("Activating Bootforge plugin storage.\n")
+            capture = guest.console.text.encode()
+            self.check_answer(self.stuck(capture, [1]))
+            first = capture.index(b"bootforge: Activating")
+            for length in range(first, len(capture), 11):
+                self.stuck(capture[:length], [0, 1, 2])
+            # In the host itself, as its engineer would ask.
+            told = guest.run("dmesg | bootforge-analyze stuck --messages - --format json; "
+                             "echo $? >/run/stuck-status")
+            self.check_answer(json.loads(told))
+            self.assertEqual(guest.run("cat /run/stuck-status"), "1\n")
+            guest.run("rm /run/gate-state; echo >/run/gate")
+            self.wait_until_up(guest)
+            told = self.stuck(guest.run("dmesg").encode(), [0])
+            self.assertEqual(told, {"running": [], "waiting": [], "cycle": []})
 
 
 class Prompt(RealKernel):

@@ -58,13 +58,8 @@ constexpr Column kAllColumns[] = {
     {">worker", [](const TimedPlugin& plugin) { return std::to_string(plugin.worker); }},
 };
 // For terminals on which no bar would find room beside the others.
-constexpr Column kFewColumns[] = {
-    kAllColumns[0],
-    {">waited",
-     [](const TimedPlugin& plugin) { return duration(plugin.waitMilestones + plugin.waitWorker); }},
-    kAllColumns[3],
-    kAllColumns[5],
-};
+constexpr Column kFewColumns[] = {kAllColumns[0], kAllColumns[2], kAllColumns[3], kAllColumns[5]};
+constexpr Column kFewestColumns[] = {kAllColumns[0], kAllColumns[3]};
 
 TextTable tableOf(const Timeline& timeline, const std::vector<const TimedPlugin*>& plugins,
                   std::span<const Column> columns, std::size_t barWidth, const TextStyle& style) {
@@ -92,7 +87,10 @@ std::string asText(const Timeline& timeline, const std::vector<const TimedPlugin
   constexpr std::size_t kMostBar = 60;
   std::span<const Column> columns = kAllColumns;
   const auto used = [&] { return tableOf(timeline, plugins, columns, 1, style).widthBeforeLast(); };
-  if (used() + kLeastBar > style.width) columns = kFewColumns;
+  for (const std::span<const Column> fewer :
+       {std::span<const Column>(kFewColumns), std::span<const Column>(kFewestColumns)}) {
+    if (used() + kLeastBar > style.width) columns = fewer;
+  }
   const std::size_t room = std::max(style.width, used() + kLeastBar) - used();
   const TextTable table = tableOf(timeline, plugins, columns, std::min(room, kMostBar), style);
   return bootSummary(timeline, style) + '\n' + table.text(style);

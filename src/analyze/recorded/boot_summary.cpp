@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <string_view>
 
 #include "analyze/recorded/text_table.h"
 #include "util/utf8.h"
@@ -14,6 +15,17 @@ std::size_t countOf(const Timeline& timeline, TimedPlugin::Result result) {
   return static_cast<std::size_t>(
       std::count_if(timeline.plugins.begin(), timeline.plugins.end(),
                     [result](const TimedPlugin& plugin) { return plugin.result == result; }));
+}
+
+/// The reason without the plugin's own name and the method, which the kernel's log has in front.
+std::string_view shortReason(const TimedPlugin& plugin) {
+  std::string_view reason = plugin.reason;
+  constexpr std::string_view kFailed = "() failed: ";
+  const std::size_t end = reason.find(kFailed);
+  if (reason.starts_with(plugin.name + "->") && end != std::string_view::npos) {
+    reason.remove_prefix(end + kFailed.size());
+  }
+  return reason;
 }
 
 }  // namespace
@@ -38,7 +50,7 @@ std::string bootSummary(const Timeline& timeline, const TextStyle& style) {
   for (const TimedPlugin& plugin : timeline.plugins) {
     if (plugin.result != TimedPlugin::Result::Failed) continue;
     text += coloured("failed", Colour::Red, style) + ' ' + printable(plugin.name) + ": " +
-            printable(plugin.reason) + '\n';
+            printable(shortReason(plugin)) + '\n';
   }
   const std::size_t skipped = countOf(timeline, TimedPlugin::Result::Skipped);
   const std::size_t never = countOf(timeline, TimedPlugin::Result::Never);

@@ -46,11 +46,17 @@ std::string asText(const Timeline& timeline, const std::vector<ChainLink>& chain
   std::string text = bootSummary(timeline, style);
   if (chain.empty()) return text;
   std::int64_t running = 0;
-  for (const ChainLink& link : chain) running += timeline.plugins[link.plugin].run;
+  std::size_t heldUp = 0;
+  for (const ChainLink& link : chain) {
+    running += timeline.plugins[link.plugin].run;
+    heldUp += link.after == ChainLink::After::Worker ? 1 : 0;
+  }
   const TimedPlugin& last = timeline.plugins[chain.back().plugin];
-  text += fmt::format("{} ended at {}: {} of it in {} that had to follow one another\n\n",
+  text += fmt::format("{} ended at {}: {} of it in {} that followed one another; ",
                       printable(last.name), duration(last.end), duration(running),
                       counted(chain.size(), "step"));
+  text += heldUp == 0 ? "none waited for a worker\n\n"
+                      : fmt::format("{} of them waited for a worker\n\n", heldUp);
   TextTable table({">start", ">gap", ">run", "name", "because it waited for"});
   for (const ChainLink& link : chain) {
     const TimedPlugin& plugin = timeline.plugins[link.plugin];

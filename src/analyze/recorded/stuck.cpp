@@ -193,17 +193,31 @@ std::string joined(const std::vector<std::string>& names, const char* separator)
   return text;
 }
 
+/// The answer in a sentence: what holds most of the others up.
+std::string firstSuspect(const Running& plugin, const TextStyle& style) {
+  std::string text = "The boot waits for " + coloured(printable(plugin.name), Colour::Bold, style);
+  if (!plugin.since.empty()) text += ", which began at " + printable(plugin.since);
+  if (plugin.blocks > 0) {
+    text += plugin.since.empty() ? ", which" : " and";
+    text += " holds up " + counted(plugin.blocks, "plugin");
+  }
+  return text + '\n';
+}
+
 std::string asText(const std::vector<Running>& running, const std::vector<Waiting>& waiting,
                    const std::vector<std::string>& cycle, const TextStyle& style) {
   if (running.empty() && waiting.empty()) return "Nothing is stuck: all that began has ended\n";
-  std::string text =
-      fmt::format("{} running, {} waiting\n", counted(running.size(), "plugin"), waiting.size());
+  std::string text;
   if (!cycle.empty()) {
     text += coloured("Nothing can go on", Colour::Red, style) +
             ": these wait for each other: " + joined(cycle, " > ") + '\n';
+  } else if (!running.empty()) {
+    text += firstSuspect(running.front(), style);
   }
+  text +=
+      fmt::format("{} running, {} waiting\n", counted(running.size(), "plugin"), waiting.size());
   if (!running.empty()) {
-    TextTable table({">blocks", "since", "running"});
+    TextTable table({">holds up", "since", "running"});
     for (const Running& plugin : running) {
       table.add({std::to_string(plugin.blocks), printable(plugin.since),
                  coloured(printable(plugin.name), Colour::Bold, style)});

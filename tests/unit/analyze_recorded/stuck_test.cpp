@@ -35,6 +35,30 @@ TEST(Stuck, RunningPluginBlocksAllThatWaitBehindIt) {
       "cycle": []})"));
 }
 
+TEST(Stuck, TextNamesWhatHoldsMostUpFirst) {
+  const std::vector<KnownPlugin> known = {native("free"), native("a", {}, {"M"}),
+                                          native("b", {"M"}, {"N"}), native("c", {"N"})};
+  KnownNames names;
+  for (const KnownPlugin& plugin : known) names.add(plugin.name);
+  const auto textOf = [&](const std::string& capture) {
+    return showStuck(known, readMessages(capture, names, WhichRun::Last), Format::Text, {}).output;
+  };
+  EXPECT_EQ(textOf("[    1.5] bootforge: Activating Bootforge plugin a.\n"
+                   "[    1.6] bootforge: Activating Bootforge plugin free.\n"),
+            "The boot waits for a, which began at 1.5 and holds up 2 plugins\n"
+            "2 plugins running, 2 waiting\n"
+            "\n"
+            "holds up  since  running\n"
+            "       2  1.5    a\n"
+            "       0  1.6    free\n"
+            "\n"
+            "waiting  for\n"
+            "b        M, from a\n"
+            "c        N, from b\n");
+  EXPECT_EQ(textOf("bootforge: Activating Bootforge plugin free.\n").substr(0, 28),
+            "The boot waits for free\n1 pl");
+}
+
 TEST(Stuck, NothingIsStuckInAWholeBoot) {
   const Answer answer = answerTo({native("a"),
                                   [] {
