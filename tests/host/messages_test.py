@@ -18,7 +18,8 @@ def shown(heading):
     """The logs of a section: (kind, lines), without remarks, times and process ids."""
     with open(f"{PROJECT}/docs/messages.md", encoding="utf-8") as file:
         section = file.read().partition(f"\n### {heading}\n")[2].partition("\n### ")[0]
-    blocks = re.findall(rf"^({'|'.join(KINDS)})[^`]*?:\n\n```\n(.*?)^```$", section, re.M | re.S)
+    blocks = re.findall(rf"^({'|'.join(KINDS)})[^\n]*:\n\n```\n(.*?)^```$", section, re.M | re.S)
+    assert 2 * len(blocks) == section.count("```"), f"a log of {heading} is not introduced"
     return [(kind, plain([line for line in text.splitlines()
                           if not line.startswith("    # ")])) for kind, text in blocks]
 
