@@ -1,4 +1,4 @@
-// Validates a SARIF file: node validate_sarif.js DIR FILE, where DIR is that of get_sarif_schema.
+// Validates a SARIF file: node validate_sarif.js DIR FILE, where DIR is that of get_packages.
 // Exit status 0, or 1 with what is wrong.
 "use strict";
 const fs = require("fs");

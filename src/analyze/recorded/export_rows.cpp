@@ -50,30 +50,37 @@ std::string asJsonLines(const Timeline& timeline) {
 }
 
 std::string asTraceEvents(const Timeline& timeline) {
-  constexpr int kProcess = 1;
+  constexpr std::int64_t kProcess = 1;
+  // Of thread 0 readers make none, or the idle one.
+  constexpr std::int64_t kFirstWorker = 1;
   const bool isBoot = timeline.kind == ProfileSection::Kind::Boot;
   json::array events;
   const auto addName = [&](const char* what, std::int64_t thread, const std::string& name) {
+    // Readers that ask every event for its category and its moment ask these, too.
     events.emplace_back(json::object{{"name", what},
+                                     {"cat", "__metadata"},
                                      {"ph", "M"},
+                                     {"ts", 0},
                                      {"pid", kProcess},
                                      {"tid", thread},
                                      {"args", json::object{{"name", jsonText(name)}}}});
   };
-  addName("process_name", 0, isBoot ? "bootforge boot" : "bootforge daemons");
+  addName("process_name", kFirstWorker, isBoot ? "bootforge boot" : "bootforge daemons");
   for (std::size_t worker = 0; worker < timeline.workers; ++worker) {
-    addName("thread_name", static_cast<std::int64_t>(worker), "worker " + std::to_string(worker));
+    addName("thread_name", kFirstWorker + static_cast<std::int64_t>(worker),
+            "worker " + std::to_string(worker));
   }
   for (const TimedPlugin& plugin : timeline.plugins) {
     if (!plugin.ran) continue;
-    events.emplace_back(json::object{{"name", jsonText(plugin.name)},
-                                     {"cat", isBoot ? "plugin" : "script"},
-                                     {"ph", "X"},
-                                     {"ts", plugin.start},
-                                     {"dur", plugin.run},
-                                     {"pid", kProcess},
-                                     {"tid", plugin.worker},
-                                     {"args", rowOf(plugin)}});
+    events.emplace_back(
+        json::object{{"name", jsonText(plugin.name)},
+                     {"cat", isBoot ? "plugin" : "script"},
+                     {"ph", "X"},
+                     {"ts", plugin.start},
+                     {"dur", plugin.run},
+                     {"pid", kProcess},
+                     {"tid", kFirstWorker + static_cast<std::int64_t>(plugin.worker)},
+                     {"args", rowOf(plugin)}});
   }
   return lineOf({{"traceEvents", std::move(events)},
                  {"displayTimeUnit", "ms"},

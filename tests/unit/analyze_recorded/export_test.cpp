@@ -50,7 +50,7 @@ TEST(Export, TraceHasAnEventForEachPluginThatRan) {
     if (event.at("name") == "b") {
       EXPECT_EQ(event.at("ts"), 10);
       EXPECT_EQ(event.at("dur"), 10);
-      EXPECT_EQ(event.at("tid"), 1);
+      EXPECT_EQ(event.at("tid"), 2) << "there is no thread 0";
     }
   }
   EXPECT_EQ(complete, 2);
