@@ -86,9 +86,8 @@ export class SortedTable {
   #fill() {
     const { columns, rows, sort, descending } = this.options;
     this.headings.forEach((heading, number) => {
-      if (number === sort)
-        heading.setAttribute("aria-sort", descending ? "descending" : "ascending");
-      else heading.removeAttribute("aria-sort");
+      if (number !== sort) heading.removeAttribute("aria-sort");
+      else heading.setAttribute("aria-sort", descending ? "descending" : "ascending");
     });
     this.sorted = sort === null ? rows : sortRows(rows, columns[sort].value, descending);
     this.body.replaceChildren();

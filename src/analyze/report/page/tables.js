@@ -44,8 +44,7 @@ function modelText(model) {
   const { error } = model.model;
   if (error === null) return "";
   const amount = (100 * Math.abs(error)).toFixed(1);
-  if (amount === "0.0")
-    return " The simulation of the unchanged boot takes as long as the boot did.";
+  if (amount === "0.0") return " The simulated boot takes as long as the recorded one.";
   return (
     ` The simulation of the unchanged boot is ${amount} % too ${error < 0 ? "fast" : "slow"}: trust ` +
     "the other numbers no further than that."
