@@ -11,6 +11,7 @@
 #include "util/regular_file.h"
 #include "util/system_error.h"
 #include "util/unique_fd.h"
+#include "util/utf8.h"
 
 namespace bootforge::analyze {
 namespace {
@@ -70,6 +71,21 @@ KnownNames namesOf(const std::vector<KnownPlugin>& known) {
   KnownNames names;
   for (const KnownPlugin& plugin : known) names.add(plugin.name);
   return names;
+}
+
+/// What ran and is in no description is shown as waiting for nobody, which people should know.
+void remarkUndescribed(const std::string& path, const Timeline& timeline) {
+  constexpr std::size_t kTold = 3;
+  std::size_t count = 0;
+  std::string names;
+  for (const TimedPlugin& plugin : timeline.plugins) {
+    if (!plugin.ran || plugin.known || ++count > kTold) continue;
+    names += (count == 1 ? "" : ", ") + printable(plugin.name);
+  }
+  if (count == 0) return;
+  if (count > kTold) names += " and " + std::to_string(count - kTold) + " more";
+  remark(path + ": nothing in the image describes " + names +
+         ": what they waited for is not known, and counts as nothing");
 }
 
 }  // namespace
@@ -133,6 +149,7 @@ RecordedBoot readBoot(const BootOptions& options) {
   }
   boot.timeline = makeTimeline(section, boot.known, messages ? &*messages : nullptr);
   remarkAll(options.log, boot.timeline.notes);
+  if (!boot.known.empty()) remarkUndescribed(options.log, boot.timeline);
   if (boot.timeline.contradictions.empty()) return boot;
   remarkAll({}, boot.timeline.contradictions);
   if (!options.force) {
