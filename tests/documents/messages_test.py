@@ -234,6 +234,8 @@ class Messages(unittest.TestCase):
             for row in rows:
                 self.assertEqual(len(row.cells), width, row.cells)
                 self.assertTrue(row.text and all(row.cells), row.cells)
+                # Each is looked up alone.
+                self.assertFalse({"the same", "the next one"} & set(row.cells), row.cells)
             texts = [row.text.lower() for row in rows]
             self.assertEqual([pair for pair in zip(texts, texts[1:]) if pair[0] > pair[1]], [],
                              "the second belongs before the first")
