@@ -1,5 +1,7 @@
 # Makes page_parts.cpp from page/ and the JavaScript libraries of the distribution.
 
+set(BOOTFORGE_JAVASCRIPT /usr/share/nodejs CACHE PATH
+    "Folder with the JavaScript libraries of the report's page")
 set(page_folder ${CMAKE_CURRENT_LIST_DIR}/page)
 set(page_build ${CMAKE_BINARY_DIR}/report)
 
@@ -18,7 +20,8 @@ set(page_list "")
 foreach(library ${page_libraries})
   string(REPLACE "=" ";" library ${library})
   list(GET library 0 module)
-  find_file(JAVASCRIPT_${module} ${module}/package.json PATHS /usr/share/nodejs NO_DEFAULT_PATH)
+  find_file(JAVASCRIPT_${module} ${module}/package.json PATHS ${BOOTFORGE_JAVASCRIPT}
+            NO_DEFAULT_PATH)
   if(NOT JAVASCRIPT_${module})
     list(GET library 1 package)
     list(APPEND page_missing ${package})
@@ -41,8 +44,8 @@ file(CONFIGURE OUTPUT ${page_build}/libraries.json CONTENT "[@page_list@]\n" @ON
 file(GLOB page_sources CONFIGURE_DEPENDS ${page_folder}/*)
 add_custom_command(
   OUTPUT ${page_build}/page.js ${page_build}/page.css
-  COMMAND ${CMAKE_COMMAND} -E env NODE_PATH=/usr/share/nodejs ${ESBUILD} ${page_folder}/main.js
-          --bundle --minify --format=iife --target=es2022 --charset=utf8 --legal-comments=none
+  COMMAND ${CMAKE_COMMAND} -E env NODE_PATH=${BOOTFORGE_JAVASCRIPT} ${ESBUILD}
+          ${page_folder}/main.js --bundle --minify --format=iife --target=es2022 --charset=utf8 --legal-comments=none
           --alias:libraries.json=${page_build}/libraries.json --loader:.txt=text
           --metafile=${page_build}/contents.json --outfile=${page_build}/page.js --log-level=warning
   COMMAND ${ESBUILD} ${page_folder}/page.css --minify --outfile=${page_build}/page.css

@@ -85,22 +85,19 @@ class DataMaker {
   }
 
   void addGates(std::size_t index, json::object& row) const {
+    const std::optional<std::size_t> known = timeline_.plugins[index].known;
+    const bool isScript = known && known_[*known].kind == KnownPlugin::Kind::Script;
+    std::size_t levels = 0;
     json::array required;
-    if (const std::optional<std::size_t>& known = timeline_.plugins[index].known) {
-      const bool isScript = known_[*known].kind == KnownPlugin::Kind::Script;
-      std::size_t levels = 0;
-      timeline_.dependencies.forEachRequired(index, [&](std::size_t gate) {
-        if (isScript) {
-          ++levels;  // a script requires nothing else
-        } else {
-          required.emplace_back(gate);
-        }
-      });
-      row["levels"] = levels;
-    } else {
-      row["levels"] = 0;
-    }
+    timeline_.dependencies.forEachRequired(index, [&](std::size_t gate) {
+      if (isScript) {
+        ++levels;  // a script requires nothing else
+      } else {
+        required.emplace_back(gate);
+      }
+    });
     row["requires"] = std::move(required);
+    row["levels"] = levels;
     json::array provided;
     for (const std::size_t gate : timeline_.dependencies.provided(index)) {
       provided.emplace_back(gate);

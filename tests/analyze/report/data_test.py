@@ -195,6 +195,23 @@ class Data(unittest.TestCase):
         if not checked:
             self.skipTest("neither tidy nor html-validate is here")
 
+    def configure(self, *words, **environment):
+        """What the configuration of the page alone says when it fails."""
+        script = Path(__file__).resolve().parents[3] / "src/analyze/report/page.cmake"
+        told = subprocess.run([shutil.which("cmake"), *words, "-P", str(script)], cwd=self.folder,
+                              env={**os.environ, **environment}, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, check=False)
+        self.assertNotEqual(told.returncode, 0)
+        return " ".join(told.stdout.decode().split())
+
+    def test_missing_packages_are_named(self):
+        told = self.configure(PATH="/nonexistent")
+        self.assertIn("these packages: esbuild. scripts/bootstrap installs them.", told)
+        told = self.configure("-DBOOTFORGE_JAVASCRIPT=/nonexistent")
+        self.assertIn("these packages: node-dagre-layout node-graphlibrary node-lodash node-d3-color "
+                      "node-d3-dispatch node-d3-drag node-d3-ease node-d3-interpolate "
+                      "node-d3-selection node-d3-timer node-d3-transition node-d3-zoom.", told)
+
     def test_every_library_is_listed_with_its_licence(self):
         contents = json.loads((BUILD / "report/contents.json").read_text())
         bundled = {path.split("nodejs/")[1].split("/")[0] for path in contents["inputs"]

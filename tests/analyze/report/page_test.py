@@ -396,6 +396,10 @@ class Page(browser.BrowserTest):
                      features=[{"name": "prefers-color-scheme", "value": "dark"}])
         self.assertEqual(self.colour("body", "backgroundColor"), "rgb(255, 255, 255)")
         self.assertFalse(self.find("header").is_displayed())
+        self.assertTrue(self.find(".legend").is_displayed())
+        self.command("Emulation.setDeviceMetricsOverride", width=718, height=1047,  # A4 and margins
+                     deviceScaleFactor=1, mobile=True)
+        self.assertLessEqual(self.run_script("return document.documentElement.scrollWidth"), 718)
 
     def test_it_says_when_there_is_no_javascript(self):
         self.command("Emulation.setScriptExecutionDisabled", value=True)
@@ -463,13 +467,20 @@ class Page(browser.BrowserTest):
         boots.write_boot(root, {}, [])
         log = root / "var/log/sysboot.log"
         log.write_text("".join(f"[{boots.stamp(start)} - {boots.stamp(end)}] daemon: {name}\n"
-                               for name, start, end in (("sshd", 0, 500), ("cron", 600, 900)))
+                               for name, start, end in (("sshd", 0, 500), ("cron", 600, 900),
+                                                        ("late", 1000, 1200)))
                        + "=== Daemon configuration info ===\n"
                        f" Start Daemon: {boots.stamp(0)}\n End Daemon: {boots.stamp(900)}\n"
                        " Verbose: 0\n Parallel: 1\n Randomize: 0\n Interactive Mode: 0\n Random Seed: 5\n")
-        self.open(self.make("daemons.html", "--root", root, "--daemons"))
+        levels = self.folder / "levels"
+        levels.write_text("/etc/init.d/sshd 10\n/etc/init.d/cron 20\n/etc/init.d/late 30\n")
+        self.open(self.make("daemons.html", "--root", root, "--daemons", "--init-list", levels))
         self.assertIn("Daemon run of", self.text("h1"))
         self.assertIn("All scripts", self.texts("h2"))
+        self.assertEqual(self.column("plugin", 1), ["cron", "late"], "all higher levels wait for it")
+        self.graph()
+        Select(self.find("#graph-part")).select_by_value("whole")
+        self.wait(lambda: self.text("#graph [role=status]") == "5 nodes, 4 edges.")
 
 
 if __name__ == "__main__":

@@ -119,6 +119,7 @@ export class Graph {
       this.worker?.terminate();
       this.worker = null;
       this.svg.replaceChildren();
+      this.element.classList.remove("drawn");
       this.layer = null;
       const tooLarge = this.part.value === "whole";
       this.status.textContent = tooLarge
@@ -161,6 +162,7 @@ export class Graph {
       shape("path", { class: "edge", d: pathOf(points), "marker-end": "url(#arrow)" }),
     );
     const nodes = graph.nodes.map((node, index) => this.#node(node, layout.places[index]));
+    this.element.classList.add("drawn");
     this.layer = shape("g", {}, shape("g", { "aria-hidden": "true" }, ...edges), ...nodes);
     this.svg.replaceChildren(shape("defs", {}, shape("marker", marker, arrow)), this.layer);
     this.size = layout;

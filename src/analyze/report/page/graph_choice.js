@@ -1,11 +1,11 @@
 // Which part of the graph is drawn.
 
 import { printable } from "./format.js";
-import { required } from "./model.js";
 
 /** More than that takes a browser too long to lay out, and nobody could read it. */
 export const MOST_AROUND = 120;
 export const MOST_WHOLE = 400;
+const MOST_EDGES = 1200;
 
 const LETTER = 7.2; // pixels
 const LONGEST = 28; // letters of a name that are shown
@@ -22,6 +22,11 @@ function nodeOf(id, plugin, gate) {
   return { id, plugin, gate, label, width, height: plugin ? 28 : 20 };
 }
 
+/** The gates before a plugin; of the levels below a script the nearest, before which are the others. */
+function drawnGates(plugin) {
+  return plugin.levels > 0 ? [...plugin.requires, plugin.levels - 1] : plugin.requires;
+}
+
 /** Plugins and the milestones between them as nodes "p0", "g0" with their neighbours. */
 class WholeGraph {
   constructor(model) {
@@ -36,14 +41,16 @@ class WholeGraph {
 
   before(id) {
     const number = Number(id.slice(1));
-    if (id[0] === "p") return required(this.model.plugins[number]).map((gate) => `g${gate}`);
+    if (id[0] === "p") return drawnGates(this.model.plugins[number]).map((gate) => `g${gate}`);
     return this.model.gates[number].providers.map((plugin) => `p${plugin.number}`);
   }
 
   after(id) {
     const number = Number(id.slice(1));
     if (id[0] === "p") return this.model.plugins[number].provides.map((gate) => `g${gate}`);
-    return this.model.gates[number].requirers.map((plugin) => `p${plugin.number}`);
+    return this.model.gates[number].requirers
+      .filter((plugin) => drawnGates(plugin).includes(number))
+      .map((plugin) => `p${plugin.number}`);
   }
 
   /** The nodes, with all edges between them. */
@@ -80,7 +87,8 @@ export function everything(model) {
     .filter(({ gate }) => gate.providers.length > 0 && gate.requirers.length > 0)
     .map(({ id }) => id);
   if (plugins.length + gates.length > MOST_WHOLE) return null;
-  return new WholeGraph(model).part([...plugins, ...gates]);
+  const graph = new WholeGraph(model).part([...plugins, ...gates]);
+  return graph.edges.length > MOST_EDGES ? null : graph;
 }
 
 /** The critical chain, with what each link waited through. */

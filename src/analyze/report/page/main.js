@@ -21,7 +21,8 @@ function pluginAt(model, address) {
 function mostInteresting(model) {
   const failed = model.plugins.find((plugin) => plugin.result === "failed");
   const chain = model.chain.map((link) => model.plugins[link.plugin]);
-  return failed ?? chain.toSorted((one, other) => other.run - one.run)[0] ?? model.plugins[0];
+  const longest = chain.sort((one, other) => other.run - one.run)[0];
+  return failed ?? longest ?? model.plugins[0];
 }
 
 function linksTo(sections) {

@@ -13,6 +13,20 @@ const HELP =
   "the first and the last; enter opens the plugin's page. With a mouse: drag, double-click, and turn " +
   "the wheel with Ctrl held.";
 
+function legend() {
+  const keys = [
+    ["run", "ran"],
+    ["chain", "◆ critical chain"],
+    ["failed", "✕ failed"],
+    ["wait", "sharing the CLI executor"],
+  ];
+  return element(
+    "p",
+    { class: "legend" },
+    keys.map(([kind, text]) => element("span", { class: `key ${kind}` }, text)),
+  );
+}
+
 /** What one says of a plugin in one line. */
 function lineOf(plugin) {
   const times = `worker ${plugin.worker}, ${duration(plugin.start)} to ${duration(plugin.end)}`;
@@ -47,8 +61,9 @@ export class Timeline {
       },
       this.canvas,
     );
-    this.element = section("timeline", "Time line", this.#controls(), this.readout, this.box);
-    this.element.append(element("p", { id: "timeline-help", class: "help" }, HELP));
+    const help = element("p", { id: "timeline-help", class: "help" }, HELP);
+    const parts = [this.#controls(), legend(), this.readout, this.box, help];
+    this.element = section("timeline", "Time line", ...parts);
     this.#startZooming();
   }
 
@@ -93,10 +108,6 @@ export class Timeline {
       button("Whole boot", () => this.#apply(zoomIdentity)),
       button("Earlier", move(-0.5)),
       button("Later", move(0.5)),
-      element("span", { class: "key run" }, "ran"),
-      element("span", { class: "key chain" }, "◆ critical chain"),
-      element("span", { class: "key failed" }, "✕ failed"),
-      element("span", { class: "key wait" }, "sharing the CLI executor"),
     );
   }
 
