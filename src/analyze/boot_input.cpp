@@ -143,11 +143,10 @@ RecordedBoot readBoot(const BootOptions& options) {
   for (const ProfiledPlugin& plugin : section.plugins) {
     if (!names.contains(plugin.name)) names.add(plugin.name);
   }
-  std::optional<BootMessages> messages;
   if (!options.messages.empty()) {
-    messages = readCapture(options.messages, names, WhichRun::MostMentions);
+    boot.messages = readCapture(options.messages, names, WhichRun::MostMentions);
   }
-  boot.timeline = makeTimeline(section, boot.known, messages ? &*messages : nullptr);
+  boot.timeline = makeTimeline(section, boot.known, boot.messages ? &*boot.messages : nullptr);
   remarkAll(options.log, boot.timeline.notes);
   if (!boot.known.empty()) remarkUndescribed(options.log, boot.timeline);
   if (boot.timeline.contradictions.empty()) return boot;

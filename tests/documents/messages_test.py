@@ -203,7 +203,7 @@ class Messages(unittest.TestCase):
             # The kernel's records have a prefix of their own.
             if not any(match(text) or match(text.removeprefix("bootforge: ")) for text in texts):
                 missing.append(literal)
-        self.assertEqual(missing, [])
+        self.assertEqual(missing, [], "docs/messages.md lacks these")
 
     def test_each_text_that_is_listed_is_said(self):
         parts = {piece.replace("\n", " ") for literal in self.said.everything
@@ -214,7 +214,7 @@ class Messages(unittest.TestCase):
             for piece in self.page.pieces(row.text) if row.text not in NOT_OURS else ():
                 if not (any(piece in part for part in parts) or can_be_made_of(piece, parts)):
                     gone.append((row.text, piece))
-        self.assertEqual(gone, [])
+        self.assertEqual(gone, [], "docs/messages.md has these, and nobody says them")
 
     def test_each_level_is_the_one_that_it_is_logged_at(self):
         wrong = []
@@ -234,8 +234,11 @@ class Messages(unittest.TestCase):
             for row in rows:
                 self.assertEqual(len(row.cells), width, row.cells)
                 self.assertTrue(row.text and all(row.cells), row.cells)
+                # Each is looked up alone.
+                self.assertFalse({"the same", "the next one"} & set(row.cells), row.cells)
             texts = [row.text.lower() for row in rows]
-            self.assertEqual(texts, sorted(texts))
+            self.assertEqual([pair for pair in zip(texts, texts[1:]) if pair[0] > pair[1]], [],
+                             "the second belongs before the first")
             self.assertEqual(len(texts), len(set(texts)))
 
     def test_each_exception_is_needed(self):

@@ -4,7 +4,9 @@ import json
 import os
 import re
 import shutil
+import subprocess
 import textwrap
+import unittest
 
 import host_case
 from root_folder import COMMANDS, EXECUTOR_LOG, PLUGINS, PROFILE, RECORD
@@ -189,6 +191,31 @@ class Examples(DocumentsCase):
         here = [found for found in findings if "/plugins/" in found["file"]
                 and found["rule"] not in ("milestone-unprovided", "plugin-left-out")]
         self.assertEqual(here, [])
+
+    def check_native_plugin(self, source, build):
+        """The plugin that both pages show, built as they say, takes part in a boot."""
+        self.assertIn('puts("hello")', source)
+        self.assertEqual(build, "cc -shared -fPIC -o libhello.so hello.c")
+        host = self.host()
+        host.write("/tmp/hello.c", source)
+        done = subprocess.run([*build.split(), f"-I{PROJECT}/include"], cwd=host.path("/tmp"),
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                              check=False)
+        self.assertEqual((done.returncode, done.stdout), (0, ""))
+        shutil.copy(host.path("/tmp/libhello.so"), host.path(PLUGINS))
+        boot = host.boot()
+        self.assertEqual(boot.status, 0)
+        self.assertIn(b"hello\n", boot.stdout)
+        self.assert_profiled(host, ["hello"])
+
+    @unittest.skipUnless(shutil.which("cc"), "there is no C compiler here")
+    def test_the_native_plugin_of_both_pages_says_hello(self):
+        shown = re.findall(r"(?:^    .*\n|^\n)+", document("docs/native-plugins.md"), re.M)
+        shown = [textwrap.dedent(block).strip("\n") for block in shown]
+        build = the_one_with("cc -shared", shown).partition("\n")[0]
+        self.check_native_plugin(the_one_with("puts(", shown), build)
+        shown = shown_by_page("docs/bootforge-native.3")
+        self.check_native_plugin(the_one_with("puts(", shown), the_one_with("cc -shared", shown).strip())
 
 
 if __name__ == "__main__":

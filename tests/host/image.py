@@ -26,11 +26,6 @@ def main():
     os.makedirs(root)
     os.mkdir(f"{image}/hosts")
     install(build, root, cmake)
-    # A host is copied for every test, and no test boots with these.
-    examples = f"{root}/usr/share/doc/bootforge/examples"
-    for name in os.listdir(examples):
-        if name != "run_folder" and os.path.isdir(f"{examples}/{name}"):
-            shutil.rmtree(f"{examples}/{name}")
     for program in programs(root):
         for library in libraries(program):
             add_library(root, library)
@@ -45,6 +40,11 @@ def install(build, root, cmake, *options):
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
     if done.returncode != 0:
         sys.exit(f"{done.stdout}\ncannot install {build}")
+    # A host is copied for every test, and no test boots with these.
+    examples = f"{root}/usr/share/doc/bootforge/examples"
+    for name in os.listdir(examples):
+        if name != "run_folder" and os.path.isdir(f"{examples}/{name}"):
+            shutil.rmtree(f"{examples}/{name}")
 
 
 def programs(root):

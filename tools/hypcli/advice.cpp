@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 #include <string_view>
+#include <utility>
 
 #include "reading/nearest.h"
 
@@ -44,19 +45,20 @@ Path nearWords(const std::string& word, const std::set<std::string>& known) {
   return {near.begin(), near.end()};
 }
 
-/// All paths that begin with `start` and whose further words are near those that were given.
-void findNear(const CommandRegistry& registry, const Path& given, Path start,
-              std::vector<Path>* found) {
-  if (found->size() >= kMostSuggestions) return;
-  if (start.size() == given.size()) {
-    found->push_back(std::move(start));
-    return;
+/// The paths whose words are each near the one that was given.
+std::vector<Path> nearPaths(const CommandRegistry& registry, const Path& given) {
+  std::vector<Path> found{{}};
+  for (const std::string& word : given) {
+    std::vector<Path> longer;
+    for (const Path& start : found) {
+      for (const std::string& next : nearWords(word, nextWords(registry, start))) {
+        longer.push_back(start);
+        longer.back().push_back(next);
+      }
+    }
+    found = std::move(longer);
   }
-  for (const std::string& word : nearWords(given[start.size()], nextWords(registry, start))) {
-    Path longer = start;
-    longer.push_back(word);
-    findNear(registry, given, std::move(longer), found);
-  }
+  return found;
 }
 
 /// "Did you mean 'a' or 'b'?", nothing for no names.
@@ -75,6 +77,7 @@ std::vector<std::string> nearParameters(const std::string& name,
   std::vector<std::string> options;
   if (name.size() < 2) return options;  // every letter is near every other
   std::vector<std::string_view> names;
+  names.reserve(parameters.size());
   for (const Parameter& parameter : parameters) names.push_back(parameter.name);
   for (const std::string_view near : bootforge::nearestNames(name, names)) {
     options.push_back("--" + std::string(near));
@@ -98,11 +101,9 @@ std::vector<std::string> suggestions(const CommandRegistry& registry, const Comm
   std::vector<std::string> lines;
   const Command* const command = registry.find(line.path);
   if (command == nullptr) {
-    std::vector<Path> near;
-    findNear(registry, line.path, {}, &near);
     std::vector<std::string> names;
-    for (const Path& path : near) {
-      if (path != line.path) names.push_back(joinWords(path));
+    for (const Path& path : nearPaths(registry, line.path)) {
+      if (path != line.path && names.size() < kMostSuggestions) names.push_back(joinWords(path));
     }
     suggest(names, &lines);
     return lines;

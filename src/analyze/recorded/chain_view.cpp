@@ -30,14 +30,7 @@ json::value afterOf(const Timeline& timeline, const ChainLink& link) {
 
 std::string asJson(const Timeline& timeline, const std::vector<ChainLink>& chain) {
   json::array links;
-  for (const ChainLink& link : chain) {
-    const TimedPlugin& plugin = timeline.plugins[link.plugin];
-    links.emplace_back(json::object{{"name", jsonText(plugin.name)},
-                                    {"start", plugin.start},
-                                    {"run", plugin.run},
-                                    {"gap", link.gap},
-                                    {"after", afterOf(timeline, link)}});
-  }
+  for (const ChainLink& link : chain) links.emplace_back(rowOf(timeline, link));
   return prettyJson(json::object{{"chain", std::move(links)}});
 }
 
@@ -84,6 +77,15 @@ std::string asText(const Timeline& timeline, const std::vector<ChainLink>& chain
 }
 
 }  // namespace
+
+json::object rowOf(const Timeline& timeline, const ChainLink& link) {
+  const TimedPlugin& plugin = timeline.plugins[link.plugin];
+  return {{"name", jsonText(plugin.name)},
+          {"start", plugin.start},
+          {"run", plugin.run},
+          {"gap", link.gap},
+          {"after", afterOf(timeline, link)}};
+}
 
 Answer showCriticalChain(const Timeline& timeline, const std::optional<std::string>& name,
                          Format format, const TextStyle& style) {
