@@ -12,15 +12,15 @@
 
 #include <algorithm>
 #include <boost/filesystem/directory.hpp>
-#include <boost/filesystem/operations.hpp>
 #include <cstdlib>
+#include <fstream>
 #include <optional>
 #include <random>
 #include <string>
 
 #include "analyze/recorded/fleet.h"
 #include "bench/fresh_process.h"
-#include "bench/scratch_host.h"
+#include "bench/temporary_directory.h"
 #include "util/unique_fd.h"
 
 namespace bootforge::bench {
@@ -50,15 +50,17 @@ std::string drawLog(std::mt19937& random) {
          "\n Verbose: 0\n Parallel: 1\n Randomize: 0\n Interactive Mode: 0\n Random Seed: 5\n";
 }
 
-/// A folder with the logs of so many hosts, made once.
+/// A folder with the logs of so many hosts, made once; it goes when the program does.
 std::string logs(std::int64_t hosts) {
-  const std::string folder = "/tmp/logs-" + std::to_string(hosts);
-  if (fs::exists(folder)) return folder;
+  static const TemporaryDirectory parent;
+  const fs::path folder = parent.path() / std::to_string(hosts);
+  if (!fs::create_directory(folder)) return folder.string();
   std::mt19937 random(1);
   for (std::int64_t host = 0; host < hosts; ++host) {
-    writeHostFile(fmt::format("{}/host{:05}.log", folder, host), drawLog(random));
+    std::ofstream file((folder / fmt::format("host{:05}.log", host)).string());
+    if (!(file << drawLog(random)).flush()) std::abort();
   }
-  return folder;
+  return folder.string();
 }
 
 void readBytes(const std::string& folder) {
