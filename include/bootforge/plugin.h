@@ -40,7 +40,7 @@ struct bootforge_metadata {
   const char* const* provides;  /* milestones that the plugin reaches */
 
   /* Read from API version 3 on. A record of version 1 or 2 may end here. */
-  const char* plugin_version;         /* free-form text, or null */
+  const char* plugin_version;         /* letters, digits and - . _ +, or null */
   bool run_once;                      /* run in one boot only, for each plugin_version */
   const char* const* required_flags;  /* boot flags that must all be given for the plugin to run */
   const char* const* disabling_flags; /* boot flags any of which keeps it from running */

@@ -11,6 +11,7 @@
 #include "util/regular_file.h"
 #include "util/system_error.h"
 #include "util/unique_fd.h"
+#include "util/utf8.h"
 
 namespace bootforge::analyze {
 namespace {
@@ -72,6 +73,21 @@ KnownNames namesOf(const std::vector<KnownPlugin>& known) {
   return names;
 }
 
+/// What ran and is in no description is shown as waiting for nobody, which people should know.
+void remarkUndescribed(const std::string& path, const Timeline& timeline) {
+  constexpr std::size_t kTold = 3;
+  std::size_t count = 0;
+  std::string names;
+  for (const TimedPlugin& plugin : timeline.plugins) {
+    if (!plugin.ran || plugin.known || ++count > kTold) continue;
+    names += (count == 1 ? "" : ", ") + printable(plugin.name);
+  }
+  if (count == 0) return;
+  if (count > kTold) names += " and " + std::to_string(count - kTold) + " more";
+  remark(path + ": nothing in the image describes " + names +
+         ": what they waited for is not known, and counts as nothing");
+}
+
 }  // namespace
 
 void addSectionOption(CLI::App& verb, BootOptions& options) {
@@ -127,12 +143,12 @@ RecordedBoot readBoot(const BootOptions& options) {
   for (const ProfiledPlugin& plugin : section.plugins) {
     if (!names.contains(plugin.name)) names.add(plugin.name);
   }
-  std::optional<BootMessages> messages;
   if (!options.messages.empty()) {
-    messages = readCapture(options.messages, names, WhichRun::MostMentions);
+    boot.messages = readCapture(options.messages, names, WhichRun::MostMentions);
   }
-  boot.timeline = makeTimeline(section, boot.known, messages ? &*messages : nullptr);
+  boot.timeline = makeTimeline(section, boot.known, boot.messages ? &*boot.messages : nullptr);
   remarkAll(options.log, boot.timeline.notes);
+  if (!boot.known.empty()) remarkUndescribed(options.log, boot.timeline);
   if (boot.timeline.contradictions.empty()) return boot;
   remarkAll({}, boot.timeline.contradictions);
   if (!options.force) {

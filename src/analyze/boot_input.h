@@ -32,6 +32,7 @@ void addRecordedBootOptions(CLI::App& verb, BootOptions& options);
 struct RecordedBoot {
   Timeline timeline;
   std::vector<KnownPlugin> known;
+  std::optional<BootMessages> messages;  // where the caller named a capture
 };
 
 /// Reads the log, the image and the messages, and says on standard error what is odd about them.

@@ -69,6 +69,7 @@ int run(int argc, char** argv) {
   addCriticalChain(app, status);
   addStuck(app, status);
   addPlot(app, status);
+  addReport(app, status);
   addSimulate(app, status);
   addDiff(app, status);
   addGate(app, status);

@@ -10,6 +10,7 @@
 #include "analyze/recorded/plot.h"
 #include "analyze/recorded/simulation_view.h"
 #include "analyze/recorded/stuck.h"
+#include "analyze/report/report.h"
 #include "analyze/verbs.h"
 
 namespace bootforge::analyze {
@@ -56,6 +57,14 @@ int runStuck(const BootOptions& options) {
 // ---- plot
 
 int runPlot(const BootOptions& options) { return tell(options, plot(readBoot(options).timeline)); }
+
+// ---- report
+
+int runReport(const BootOptions& options) {
+  const RecordedBoot boot = readBoot(options);
+  return tell(options,
+              report(boot.timeline, boot.known, boot.messages ? &*boot.messages : nullptr));
+}
 
 // ---- export
 
@@ -147,6 +156,13 @@ void addPlot(CLI::App& app, int& status) {
       addVerb<BootOptions>(app, "plot", "a recorded boot as a picture (SVG)");
   addOutputOptions(*verb, *options, {"svg"});
   verb->callback([options = options, &status] { status = runPlot(*options); });
+}
+
+void addReport(CLI::App& app, int& status) {
+  const auto [verb, options] = addVerb<BootOptions>(
+      app, "report", "a recorded boot as a page for a browser (one HTML file)");
+  addOutputOptions(*verb, *options, {"html"});
+  verb->callback([options = options, &status] { status = runReport(*options); });
 }
 
 void addExport(CLI::App& app, int& status) {

@@ -17,6 +17,7 @@ void addBlame(CLI::App& app, int& status);
 void addCriticalChain(CLI::App& app, int& status);
 void addStuck(CLI::App& app, int& status);
 void addPlot(CLI::App& app, int& status);
+void addReport(CLI::App& app, int& status);
 void addSimulate(CLI::App& app, int& status);
 void addDiff(CLI::App& app, int& status);
 void addGate(CLI::App& app, int& status);

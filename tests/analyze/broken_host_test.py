@@ -209,7 +209,7 @@ class Output(BrokenHost):
         self.assertTrue(rules)
         for rule in rules:
             self.assertEqual(rule["helpUri"],
-                             f"file:///usr/share/doc/bootforge/rules.md#{rule['id']}")
+                             f"file:///usr/share/doc/bootforge/docs/rules.md#{rule['id']}")
 
     def test_what_it_may_fail_on_is_chosen(self):
         self.verify("--fail-on", "error", expect=1)
@@ -250,7 +250,7 @@ class Documents(BrokenHost):
             self.assertIn(part, said)
 
     def test_the_rules_are_installed_with_the_documents(self):
-        self.assertEqual(read(f"{installed()}/usr/share/doc/bootforge/rules.md"),
+        self.assertEqual(read(f"{installed()}/usr/share/doc/bootforge/docs/rules.md"),
                          read(f"{PROJECT}/docs/rules.md"))
 
 

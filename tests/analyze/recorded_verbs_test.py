@@ -9,11 +9,13 @@ import json
 import os
 import shutil
 import stat
+import struct
 import subprocess
 import sys
 import tempfile
 import unittest
 import xml.dom.minidom
+import zlib
 from pathlib import Path
 
 PROGRAM = ""
@@ -43,6 +45,31 @@ def daemon_log(lines):
 
 BOOT = [("network", 0, 1200000), ("disk", 500, 800000), ("log", 800100, 1500000),
         ("web", 1500020, 2900000), ("clock", 900, 1000), ("left", None, None)]
+
+
+def colours_of(png):
+    """The colours of a picture of eight bits a colour, with or without opacity."""
+    data, place, width, size_of_pixel = b"", 0, 0, 4
+    while place < len(png):
+        size, kind = struct.unpack(">I4s", png[place:place + 8])
+        if kind == b"IHDR":
+            width, _, _, form = struct.unpack(">IIBB", png[place + 8:place + 18])
+            size_of_pixel = {2: 3, 6: 4}[form]
+        elif kind == b"IDAT":
+            data += png[place + 8:place + 8 + size]
+        place += size + 12
+    data, stride, colours = zlib.decompress(data), size_of_pixel * width, set()
+    above = bytearray(size_of_pixel + stride)  # with a pixel to the left of the first one
+    for start in range(0, len(data), stride + 1):
+        row = bytearray(size_of_pixel) + data[start + 1:start + 1 + stride]
+        for at in range(size_of_pixel, len(row)):
+            left, up, corner = row[at - size_of_pixel], above[at], above[at - size_of_pixel]
+            nearest = min((left, up, corner), key=lambda each, sum=left + up - corner:
+                          abs(sum - each))
+            row[at] = (row[at] + (0, left, up, (left + up) // 2, nearest)[data[start]]) % 256
+        colours |= {bytes(row[at:at + 3]) for at in range(size_of_pixel, len(row), size_of_pixel)}
+        above = row
+    return colours
 
 
 class RecordedVerbs(unittest.TestCase):
@@ -205,6 +232,16 @@ class RecordedVerbs(unittest.TestCase):
         text = self.run_verb("blame", "--messages", capture)
         self.assertEqual(text.splitlines()[1], "failed web: no network")
 
+    def test_what_the_image_does_not_describe_is_said(self):
+        self.log.write_text(boot_log(BOOT + [("a", 1, 2)]))
+        self.run_verb("blame")
+        told = "bootforge-analyze: /var/log/sysboot.log: nothing in the image describes {}: what " \
+               "they waited for is not known, and counts as nothing\n"
+        self.assertEqual(self.errors, told.format("a"))
+        self.log.write_text(boot_log(BOOT + [(name, 1, 2) for name in ("a", "b\a", "c", "d", "e")]))
+        self.run_verb("blame")
+        self.assertEqual(self.errors, told.format("a, b\\x07, c and 2 more"))
+
     def test_capture_may_come_through_standard_input(self):
         log = "[    1.0] bootforge: Activating Bootforge plugin disk.\n"
         told = self.ask("stuck", "--messages", "-", status=1, given=log)
@@ -258,10 +295,52 @@ class RecordedVerbs(unittest.TestCase):
             self.run_verb("simulate", *words, status=2)
             self.assertTrue(self.errors)
 
-    def test_plot_is_a_picture(self):
-        picture = self.run_verb("plot")
+    def draw(self, picture, *options):
+        """A picture as a viewer draws it: a PNG, without its signature."""
+        drawn = subprocess.run(["rsvg-convert", *options], input=picture.encode(), check=True,
+                               stdout=subprocess.PIPE).stdout
+        self.assertEqual(drawn[:8], b"\x89PNG\r\n\x1a\n")
+        return drawn[8:]
+
+    def test_plot_is_a_picture_for_every_viewer(self):
+        capture = self.file("kernel", "bootforge: Bootforge plugin clock activation failed: "
+                            "clock->start() failed: <&>\"'\n")
+        picture = self.run_verb("plot", "--messages", capture)
         xml.dom.minidom.parseString(picture)
-        self.assertNotIn("script", picture)
+        for word in ("script", "var(", "http://", "https://", "url("):
+            self.assertNotIn(word, picture.replace('xmlns="http://www.w3.org/2000/svg"', ""))
+        self.assertIn(">100 µs, failed</text>", picture)
+        self.assertIn(' class="on-chain" text-anchor="end"', picture)
+        if not shutil.which("rsvg-convert"):
+            self.skipTest("there is no rsvg-convert to draw it")
+        colours = colours_of(self.draw(picture, "--zoom", "0.5"))
+        for colour in ("ffffff", "3b7dd8", "d9622b", "b9c6d8"):
+            self.assertIn(bytes.fromhex(colour), colours, "a viewer has to know all that it uses")
+
+    def test_plot_is_the_same_for_a_few_plugins_and_for_many(self):
+        pictures = {}
+        for count in (20, 1000):
+            lines = [(f"plugin-{number:04d}", number * 10, number * 10 + 900 + number)
+                     for number in range(count)]
+            lines[7] = ("odd \x1b ]]> & \uffff name that is much longer than any column has room for "
+                        "in a picture", 70, 1000)
+            self.log.write_text(boot_log(lines))
+            picture = self.run_verb("plot")
+            told = xml.dom.minidom.parseString(picture)
+            rows = [text.firstChild.data for text in told.getElementsByTagName("text")
+                    if text.getAttribute("text-anchor") == "end"]
+            self.assertEqual(len(rows), count)
+            self.assertEqual(rows[8:], [name for name, _, _ in lines[8:]], "text can be searched")
+            # Every row as high, every column as wide.
+            root = told.documentElement
+            pictures[count] = (int(root.getAttribute("width")),
+                               int(root.getAttribute("height")) - 18 * count)
+            if shutil.which("rsvg-convert"):
+                head = self.draw(picture)
+                self.assertEqual(struct.unpack(">II", head[8:16]),
+                                 (int(root.getAttribute("width")),
+                                  int(root.getAttribute("height"))))
+        self.assertEqual(pictures[20], pictures[1000])
 
     def test_exports_are_what_they_say(self):
         self.assertEqual(len(json.loads(self.run_verb("export", "--format", "trace"))["traceEvents"]),

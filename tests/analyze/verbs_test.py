@@ -326,9 +326,9 @@ class Planning(ImageCase):
         for requires, provides in [("l", "behind"), ("behind", "far")]:
             self.image.plugin("to-" + provides, requires=[requires], provides=[provides])
         for milestone, reason in [
-                ("l", "loop does not run: it waits for itself: loop -> l -> loop"),
-                ("behind", "to-behind does not run: it waits behind a cycle: loop -> l -> loop"),
-                ("far", "to-far does not run: it waits behind a cycle: loop -> l -> loop")]:
+                ("l", "it waits for itself: loop -> l -> loop"),
+                ("behind", "it waits behind a cycle: loop -> l -> loop"),
+                ("far", "it waits behind a cycle: loop -> l -> loop")]:
             answer = self.analyze("why", milestone, "--format", "json").json
             self.assertEqual((answer["runs"], answer["reason"]), (False, reason))
             self.assertEqual(self.analyze("why", milestone).text.splitlines()[0],

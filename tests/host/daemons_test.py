@@ -273,6 +273,13 @@ class Tools(DaemonCase):
         process = host.run(f"{LIBRARY}/launch", "++group=a", "start")
         self.assertEqual((process.status, process.stderr.decode()),
                          (127, "launch: launch: there is no such script in /etc/init.d\n"))
+        for words in ((), ("--help",), ("start",)):
+            process = host.run(f"{LIBRARY}/launch", *words)
+            self.assertEqual((process.status, process.stderr.decode()), (
+                127, "launch: usage: call me through a link that has an init script's name: "
+                "/usr/lib/nimbus/bootforge/init.d/NAME ++group=GROUP WORDS... runs "
+                "/etc/init.d/NAME WORDS... in that control group (chkconfig --add-launchers makes "
+                "the links)\n"))
 
     def test_names_with_dots_are_good_groups(self):
         host = self.daemon_host()
@@ -308,10 +315,16 @@ class Tools(DaemonCase):
 
     def test_usage_errors_say_how_it_is_used(self):
         host = self.daemon_host()
+        usage = "usage: chkconfig -p | --add-launchers | --remove-launchers\n"
         for words in ((), ("-x",), ("-p", "more")):
             process = host.run(CHKCONFIG, *words)
-            self.assertEqual((process.status, process.stderr.decode()),
-                             (2, "usage: chkconfig -p | --add-launchers | --remove-launchers\n"))
+            self.assertEqual((process.status, process.stderr.decode()), (2, usage))
+        for option in ("--help", "-h"):
+            process = host.run(CHKCONFIG, option)
+            self.assertEqual((process.status, process.stderr), (0, b""))
+            self.assertTrue(process.stdout.decode().startswith(usage), process.stdout)
+            for word in (b"-p ", b"--add-launchers ", b"--remove-launchers ", b"Exit status: "):
+                self.assertIn(word, process.stdout)
 
 
 if __name__ == "__main__":

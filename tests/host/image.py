@@ -14,8 +14,9 @@ import stat
 import subprocess
 import sys
 
-APPLETS = ("sh", "cat", "echo", "false", "head", "kill", "ls", "mkdir", "printf", "ps", "readlink",
-           "rm", "sleep", "touch", "tr", "true", "yes")
+APPLETS = ("sh", "awk", "cat", "echo", "false", "grep", "gzip", "head", "kill", "ls", "mkdir", "mv",
+           "printf", "ps", "readlink", "rm", "sed", "sleep", "sort", "touch", "tr", "true", "yes",
+           "zcat")
 
 
 def main():
@@ -39,6 +40,11 @@ def install(build, root, cmake, *options):
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
     if done.returncode != 0:
         sys.exit(f"{done.stdout}\ncannot install {build}")
+    # A host is copied for every test, and no test boots with these.
+    examples = f"{root}/usr/share/doc/bootforge/examples"
+    for name in os.listdir(examples):
+        if name != "run_folder" and os.path.isdir(f"{examples}/{name}"):
+            shutil.rmtree(f"{examples}/{name}")
 
 
 def programs(root):

@@ -1,5 +1,6 @@
 // Init scripts and their start priorities, for hosts without such a tool.
 //
+//   chkconfig --help, -h           how it is used
 //   chkconfig -p                   one line, PATH PRIORITY, for each script that has a priority
 //   chkconfig --add-launchers      a launcher link for each of them
 //   chkconfig --remove-launchers   no launcher links
@@ -29,6 +30,22 @@ constexpr const char* kScripts = "/etc/init.d";
 constexpr const char* kLauncher = "/usr/lib/nimbus/bootforge/launch";
 constexpr const char* kLauncherLinks = "/usr/lib/nimbus/bootforge/init.d";
 constexpr const char* kRunLevels[] = {"/etc/rc3.d", "/etc/rc2.d"};
+
+constexpr const char* kHelp =
+    "usage: chkconfig -p | --add-launchers | --remove-launchers\n"
+    "Tells bootforge(8) which init scripts there are, on a host without such a tool.\n"
+    "\n"
+    "  -p                  one line, PATH PRIORITY, for each executable script in /etc/init.d "
+    "that\n"
+    "                      has a priority: START of its header \"# chkconfig: LEVELS START STOP\", "
+    "or\n"
+    "                      else the number of its S link in /etc/rc3.d or /etc/rc2.d\n"
+    "  --add-launchers     make a link to the launcher, launch(8), for each of them, in\n"
+    "                      /usr/lib/nimbus/bootforge/init.d; from then on -p lists these\n"
+    "  --remove-launchers  remove these links\n"
+    "  --help, -h          this text\n"
+    "\n"
+    "Exit status: 0 when it is done, 1 when something failed, 2 for a wrong option.\n";
 
 struct Script {
   std::string name;
@@ -112,6 +129,12 @@ bool isLauncherLink(const fs::path& link) {
   return fs::read_symlink(link, error) == kLauncher && !error;
 }
 
+int flushed() {
+  if (std::fflush(stdout) == 0) return 0;
+  std::fprintf(stderr, "chkconfig: standard output: %s\n", std::strerror(errno));
+  return 1;
+}
+
 int print() {
   const Listing listing = listScripts();
   for (const Script& script : listing.scripts) {
@@ -120,9 +143,8 @@ int print() {
         isLauncherLink(link) ? link : std::string(kScripts) + '/' + script.name;
     std::printf("%s %d\n", path.c_str(), script.priority);
   }
-  if (std::fflush(stdout) == 0) return listing.complete ? 0 : 1;
-  std::fprintf(stderr, "chkconfig: standard output: %s\n", std::strerror(errno));
-  return 1;
+  const int result = flushed();
+  return listing.complete ? result : 1;
 }
 
 int addLaunchers() {
@@ -158,6 +180,10 @@ int removeLaunchers() {
 int main(int argc, char** argv) {
   const std::string option = argc == 2 ? argv[1] : "";
   try {
+    if (option == "--help" || option == "-h") {
+      std::fputs(kHelp, stdout);
+      return flushed();
+    }
     if (option == "-p") return print();
     if (option == "--add-launchers") return addLaunchers();
     if (option == "--remove-launchers") return removeLaunchers();

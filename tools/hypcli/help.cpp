@@ -1,5 +1,7 @@
 #include "tools/hypcli/help.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <utility>
@@ -71,15 +73,23 @@ void printUsage() {
       "\n"
       "  hypcli                            list the namespaces\n"
       "  hypcli NAMESPACE...               list the commands of a namespace\n"
-      "  hypcli NAMESPACE... COMMAND --help\n"
+      "  hypcli NAMESPACE... COMMAND --help | -h\n"
       "                                    tell a command's parameters\n"
       "  hypcli NAMESPACE... COMMAND [--NAME=VALUE | --NAME VALUE | -N VALUE | --FLAG]...\n"
       "                                    run a command\n"
-      "  hypcli --help | --version\n"
+      "  hypcli --help | -h | --version | -v\n"
       "\n"
       "The exit status is 0 when the command succeeded, 1 when it failed and 2 when there is no "
       "such\n"
       "command or it does not take these options.\n");
+}
+
+void printFoldersOf(std::span<const char* const> searched) {
+  print("No commands. These folders were searched for command files (*.json):\n");
+  for (const char* const folder : searched) {
+    const bool isMissing = ::access(folder, F_OK) != 0;
+    print("  " + std::string(folder) + (isMissing ? "  (missing)" : "") + "\n");
+  }
 }
 
 bool describe(const CommandRegistry& registry, const Path& path) {

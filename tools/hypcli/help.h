@@ -2,6 +2,7 @@
 // output.
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,9 @@
 namespace hypcli {
 
 void printUsage();
+
+/// For a host without commands: the folders that were searched, and which of them are missing.
+void printFoldersOf(std::span<const char* const> searched);
 
 /// Describes what the words name: a command with its parameters, a namespace with its commands, or,
 /// for no words, all namespaces. False, and nothing printed, when they name nothing.

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -14,6 +15,7 @@
 #include "platform/linux/command_runner.h"
 #include "platform/linux/text.h"
 #include "platform/log.h"
+#include "tools/hypcli/advice.h"
 #include "tools/hypcli/help.h"
 
 namespace {
@@ -25,7 +27,7 @@ using host_linux::CommandRegistry;
 enum ExitStatus { kDone = 0, kFailed = 1, kUsage = 2 };
 
 /// In the order in which the boot registers them.
-constexpr const char* kDirectories[] = {
+constexpr std::array kDirectories{
     "/usr/lib/nimbus/hypcli",
     "/usr/lib/nimbus/hypcli/int",
     "/usr/lib/nimbus/hypcli/int/ext",
@@ -53,28 +55,41 @@ void readCommands(CommandRegistry* registry) {
   }
 }
 
-int fail(ExitStatus status, const std::vector<std::string>& errors) {
-  for (const std::string& error : errors) {
-    std::fprintf(stderr, "%s%s\n", status == kUsage ? "hypcli: " : "",
-                 host_linux::withoutControls(error).c_str());
+/// Command files and arguments are written by others: nothing in them commands a terminal.
+void tell(const char* prefix, const std::vector<std::string>& lines) {
+  for (const std::string& line : lines) {
+    std::fprintf(stderr, "%s%s\n", prefix, host_linux::withoutControls(line).c_str());
   }
-  if (status == kUsage) std::fputs("Try 'hypcli --help' for more information.\n", stderr);
-  return status;
+}
+
+/// Ends with what may have been meant and with the help that is about what was named.
+int refuse(const CommandRegistry& registry, const CommandLine& line,
+           const std::vector<std::string>& errors, const BoundCommand& bound = {}) {
+  tell("hypcli: ", errors);
+  tell("", hypcli::suggestions(registry, line, bound));
+  std::string about = host_linux::joinWords(hypcli::knownPart(registry, line.path));
+  if (!about.empty()) about += ' ';
+  tell("", {"Try 'hypcli " + about + "--help' for more information."});
+  return kUsage;
 }
 
 int runLine(const CommandRegistry& registry, const CommandLine& line) {
-  if (!line.errors.empty()) return fail(kUsage, line.errors);
+  if (!line.errors.empty()) return refuse(registry, line, line.errors);
   BoundCommand bound = host_linux::bindCommand(registry, line.path, line.parameters);
-  if (!bound.errors.empty()) return fail(kUsage, bound.errorTexts());
+  tell("hypcli: ", hypcli::remarksOnMissingValues(registry, line));
+  if (!bound.errors.empty()) return refuse(registry, line, bound.errorTexts(), bound);
   std::vector<std::string> errors = host_linux::runCommand(bound);
-  return errors.empty() ? kDone : fail(kFailed, errors);
+  tell("", errors);
+  return errors.empty() ? kDone : kFailed;
 }
 
-/// "--help" is the last word and asks for a description, unless the command itself takes it.
+/// "--help" or "-h" is the last word and asks for a description, unless the command itself takes
+/// it.
 bool takeHelpWord(const CommandRegistry& registry, std::vector<std::string>* words) {
-  if (words->empty() || words->back() != "--help") return false;
+  if (words->empty() || (words->back() != "--help" && words->back() != "-h")) return false;
+  const std::string name = words->back().substr(words->back().find_first_not_of('-'));
   const host_linux::Command* command = registry.find(host_linux::parseWords(*words).path);
-  if (command && host_linux::findParameter(command->parameters, "help")) return false;
+  if (command && host_linux::findParameter(command->parameters, name)) return false;
   words->pop_back();
   return true;
 }
@@ -84,7 +99,7 @@ int answer(std::vector<std::string> words) {
     hypcli::printUsage();
     return kDone;
   }
-  if (!words.empty() && words[0] == "--version") {
+  if (!words.empty() && (words[0] == "--version" || words[0] == "-v")) {
     std::puts("hypcli " BOOTFORGE_VERSION);
     return kDone;
   }
@@ -96,8 +111,12 @@ int answer(std::vector<std::string> words) {
   bool isMistake = !words.empty() && !line.errors.empty();
   bool isRun = registry.find(line.path) || !line.parameters.empty() || isMistake;
   if (!wantsHelp && isRun) return runLine(registry, line);
+  if (line.path.empty() && registry.nameSpaces().empty()) {
+    hypcli::printFoldersOf(kDirectories);
+    return kDone;
+  }
   if (hypcli::describe(registry, line.path)) return kDone;
-  return fail(kUsage, {"unknown command '" + host_linux::joinWords(line.path) + "'"});
+  return refuse(registry, line, {"unknown command '" + host_linux::joinWords(line.path) + "'"});
 }
 
 }  // namespace

@@ -30,6 +30,11 @@ namespace {
 constexpr int kNotStarted = 127;
 constexpr const char* kControlGroups = "/sys/fs/cgroup";
 constexpr const char* kGroupWord = "++group=";
+constexpr const char* kOwnName = "launch";
+constexpr const char* kUse =
+    "call me through a link that has an init script's name: "
+    "/usr/lib/nimbus/bootforge/init.d/NAME ++group=GROUP WORDS... runs /etc/init.d/NAME WORDS... "
+    "in that control group (chkconfig --add-launchers makes the links)";
 
 int refuse(const char* subject, const char* reason) {
   const auto part = [](const char* text) {
@@ -97,6 +102,7 @@ int main(int argc, char** argv) {
   const char* const slash = std::strrchr(argv[0], '/');
   const char* const name = slash != nullptr ? slash + 1 : argv[0];
   if (argc < 2 || std::strncmp(argv[1], kGroupWord, std::strlen(kGroupWord)) != 0) {
+    if (std::strcmp(name, kOwnName) == 0) return refuse("usage", kUse);
     return refuse(name, "expected ++group=GROUP as the first word");
   }
   char* const group = argv[1] + std::strlen(kGroupWord);

@@ -40,21 +40,7 @@ class WaitGraph {
   /// The names that look like one that is not known.
   std::vector<std::string_view> nearest(std::string_view name) const;
 
-  /// A group of nodes that wait for each other.
-  struct Cycle {
-    Indices members;  // plugins only, by name
-    Indices chain;    // plugin, milestone, plugin, ..., and the first one again; a shortest one
-    Indices blocked;  // plugins that wait behind it, by index
-  };
-  /// By the first member's name.
-  std::vector<Cycle> cycles() const;
-
  private:
-  std::vector<Indices> groups() const;
-  Indices shortestChain(const Indices& members, const std::vector<char>& isInGroup) const;
-  Indices plugins(const Indices& indices) const;
-  Indices blockedBehind(const Indices& group) const;
-
   std::vector<const Node*> nodes_;
   std::vector<Kind> kinds_;
   std::vector<char> done_;

@@ -47,7 +47,7 @@ std::vector<char> chosen(const WaitGraph& graph, const std::optional<Part>& part
 
 std::string drawGraph(const Image& image, const WaitGraph& graph, const std::optional<Part>& part) {
   const std::vector<char> isChosen = chosen(graph, part);
-  const std::vector<WaitGraph::Cycle> cycles = graph.cycles();
+  const Cycles cycles(graph);
   std::string text = "digraph g {\n";
   for (Index i = 0; i < graph.size(); ++i) {
     if (!isChosen[i]) continue;

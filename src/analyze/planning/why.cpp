@@ -42,29 +42,19 @@ std::vector<Tie> tiesOf(const WaitGraph& graph, Index index,
 
 }  // namespace
 
-std::string reasonAgainst(const Image& image, const WaitGraph& graph,
-                          const std::vector<WaitGraph::Cycle>& cycles, Index index) {
+std::string reasonAgainst(const Image& image, const WaitGraph& graph, const Cycles& cycles,
+                          Index index) {
   if (const PluginFile* const file = image.fileOf(graph.node(index));
       file != nullptr && !file->takesPart()) {
     return reasonLeftOut(file->admission);
   }
-  for (const WaitGraph::Cycle& cycle : cycles) {
-    if (std::find(cycle.members.begin(), cycle.members.end(), index) != cycle.members.end()) {
-      return "it waits for itself: " + drawn(graph, cycle.chain);
-    }
+  if (const Cycle* const cycle = cycles.around(index)) {
+    return "it waits for itself: " + drawn(graph, cycle->chain);
   }
-  for (const WaitGraph::Cycle& cycle : cycles) {
-    if (std::binary_search(cycle.blocked.begin(), cycle.blocked.end(), index)) {
-      return "it waits behind a cycle: " + drawn(graph, cycle.chain);
-    }
+  if (const Cycle* const cycle = cycles.before(index)) {
+    return "it waits behind a cycle: " + drawn(graph, cycle->chain);
   }
   if (!image.isEnumerated()) return "the boot cannot read its plugins";
-  if (!graph.isBarrier(index)) return {};
-  for (const Index provider : graph.prerequisites(index)) {
-    if (graph.isDone(provider)) continue;
-    const std::string reason = reasonAgainst(image, graph, cycles, provider);
-    if (!reason.empty()) return graph.name(provider) + " does not run: " + reason;
-  }
   return {};
 }
 
@@ -72,7 +62,7 @@ Reasons reasonsOf(const Image& image, const WaitGraph& graph, Index index) {
   Reasons reasons;
   reasons.name = graph.name(index);
   reasons.isBarrier = graph.isBarrier(index);
-  reasons.reason = reasonAgainst(image, graph, graph.cycles(), index);
+  reasons.reason = reasonAgainst(image, graph, Cycles(graph), index);
   reasons.runs = reasons.reason.empty();
   reasons.waitsFor = tiesOf(graph, index, &WaitGraph::prerequisites);
   reasons.waitedForBy = tiesOf(graph, index, &WaitGraph::dependents);

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "analyze/image/cycles.h"
 #include "analyze/image/image.h"
 #include "analyze/image/wait_graph.h"
 
@@ -36,9 +37,9 @@ struct Chains {
 /// does not wait for it.
 Chains shortestChains(const WaitGraph& graph, WaitGraph::Index from, WaitGraph::Index to);
 
-/// Why a plugin of the run never starts, or why it is left out, or why a milestone is never reached;
-/// empty when it runs or is reached.
-std::string reasonAgainst(const Image& image, const WaitGraph& graph,
-                          const std::vector<WaitGraph::Cycle>& cycles, WaitGraph::Index index);
+/// Why a plugin of the run never starts, or why it is left out, or why a milestone is never
+/// reached; empty when it runs or is reached.
+std::string reasonAgainst(const Image& image, const WaitGraph& graph, const Cycles& cycles,
+                          WaitGraph::Index index);
 
 }  // namespace bootforge::analyze

@@ -30,18 +30,6 @@ std::int64_t keyOf(const TimedPlugin& plugin, BlameOrder order) {
   return plugin.start;
 }
 
-std::vector<const TimedPlugin*> sorted(const Timeline& timeline, BlameOrder order) {
-  std::vector<const TimedPlugin*> plugins;
-  for (const TimedPlugin& plugin : timeline.plugins) plugins.push_back(&plugin);
-  std::stable_sort(plugins.begin(), plugins.end(), [order](const auto* one, const auto* other) {
-    if (one->ran != other->ran) return one->ran;
-    if (!one->ran) return false;
-    const auto keys = std::pair(keyOf(*one, order), keyOf(*other, order));
-    return keys.first != keys.second ? keys.first < keys.second : one->name < other->name;
-  });
-  return plugins;
-}
-
 /// A column of times: its heading, and what it tells of a plugin that ran.
 struct Column {
   const char* heading;
@@ -98,22 +86,28 @@ std::string asText(const Timeline& timeline, const std::vector<const TimedPlugin
 
 }  // namespace
 
+std::vector<const TimedPlugin*> inOrder(const Timeline& timeline, BlameOrder order) {
+  std::vector<const TimedPlugin*> plugins;
+  for (const TimedPlugin& plugin : timeline.plugins) plugins.push_back(&plugin);
+  std::stable_sort(plugins.begin(), plugins.end(), [order](const auto* one, const auto* other) {
+    if (one->ran != other->ran) return one->ran;
+    if (!one->ran) return false;
+    const auto keys = std::pair(keyOf(*one, order), keyOf(*other, order));
+    return keys.first != keys.second ? keys.first < keys.second : one->name < other->name;
+  });
+  return plugins;
+}
+
 Answer blame(const Timeline& timeline, BlameOrder order, Format format, const TextStyle& style) {
   Answer answer;
-  const std::vector<const TimedPlugin*> plugins = sorted(timeline, order);
+  const std::vector<const TimedPlugin*> plugins = inOrder(timeline, order);
   if (format == Format::Text) {
     answer.output = asText(timeline, plugins, style);
     return answer;
   }
   json::array rows;
   for (const TimedPlugin* const plugin : plugins) rows.emplace_back(rowOf(*plugin));
-  json::object boot{
-      {"start", timeline.workers > 0 ? json::value(timeline.start) : json::value()},
-      {"makespan", timeline.makespan},
-      {"workers", timeline.workers},
-      {"kernel_us",
-       timeline.kernelMicroseconds ? json::value(*timeline.kernelMicroseconds) : json::value()}};
-  answer.output = prettyJson(json::object{{"boot", std::move(boot)}, {"plugins", std::move(rows)}});
+  answer.output = prettyJson(json::object{{"boot", rowOf(timeline)}, {"plugins", std::move(rows)}});
   return answer;
 }
 

@@ -30,15 +30,14 @@ json::value afterOf(const Timeline& timeline, const ChainLink& link) {
 
 std::string asJson(const Timeline& timeline, const std::vector<ChainLink>& chain) {
   json::array links;
-  for (const ChainLink& link : chain) {
-    const TimedPlugin& plugin = timeline.plugins[link.plugin];
-    links.emplace_back(json::object{{"name", jsonText(plugin.name)},
-                                    {"start", plugin.start},
-                                    {"run", plugin.run},
-                                    {"gap", link.gap},
-                                    {"after", afterOf(timeline, link)}});
-  }
+  for (const ChainLink& link : chain) links.emplace_back(rowOf(timeline, link));
   return prettyJson(json::object{{"chain", std::move(links)}});
+}
+
+/// Whether the plugin before it on its worker still ran when it was ready. Otherwise the worker was
+/// free, and what it waited for is little more than the time that a choice takes.
+bool wasHeld(const Timeline& timeline, const ChainLink& link) {
+  return link.gap <= timeline.plugins[link.plugin].waitWorker;
 }
 
 std::string asText(const Timeline& timeline, const std::vector<ChainLink>& chain,
@@ -49,7 +48,7 @@ std::string asText(const Timeline& timeline, const std::vector<ChainLink>& chain
   std::size_t heldUp = 0;
   for (const ChainLink& link : chain) {
     running += timeline.plugins[link.plugin].run;
-    heldUp += link.after == ChainLink::After::Worker ? 1 : 0;
+    heldUp += link.after == ChainLink::After::Worker && wasHeld(timeline, link) ? 1 : 0;
   }
   const TimedPlugin& last = timeline.plugins[chain.back().plugin];
   text += fmt::format("{} ended at {}: {} of it in {} that followed one another; ",
@@ -62,8 +61,11 @@ std::string asText(const Timeline& timeline, const std::vector<ChainLink>& chain
     const TimedPlugin& plugin = timeline.plugins[link.plugin];
     std::string reason = "the start of the boot";
     if (link.after == ChainLink::After::Worker) {
-      reason = fmt::format("worker {}, held by {}", plugin.worker,
-                           printable(timeline.plugins[link.waitedFor].name));
+      const std::string holder = printable(timeline.plugins[link.waitedFor].name);
+      reason = wasHeld(timeline, link)
+                   ? fmt::format("worker {}, held by {}", plugin.worker, holder)
+                   : fmt::format("worker {} for {}, free since {}", plugin.worker,
+                                 duration(plugin.waitWorker), holder);
     } else if (link.after == ChainLink::After::Milestone) {
       reason = fmt::format("{}, from {}", printable(link.milestone),
                            printable(timeline.plugins[link.waitedFor].name));
@@ -75,6 +77,15 @@ std::string asText(const Timeline& timeline, const std::vector<ChainLink>& chain
 }
 
 }  // namespace
+
+json::object rowOf(const Timeline& timeline, const ChainLink& link) {
+  const TimedPlugin& plugin = timeline.plugins[link.plugin];
+  return {{"name", jsonText(plugin.name)},
+          {"start", plugin.start},
+          {"run", plugin.run},
+          {"gap", link.gap},
+          {"after", afterOf(timeline, link)}};
+}
 
 Answer showCriticalChain(const Timeline& timeline, const std::optional<std::string>& name,
                          Format format, const TextStyle& style) {

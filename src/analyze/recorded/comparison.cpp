@@ -149,7 +149,7 @@ class Report {
     if (!boot_.p)
       text += fmt::format("; chance is ruled out only with {} on each side", kEnoughBoots);
     const std::size_t count = regressions().size();
-    text += count == 0 ? "\n"
+    text += count == 0 ? "; no regressions\n"
                        : "; " + coloured(counted(count, "regression"), Colour::Red, style) + "\n";
     TextTable table({">before", ">after", ">difference", ">", "", "", "name"});
     for (const Change& plugin : plugins_) {

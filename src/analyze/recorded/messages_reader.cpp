@@ -114,6 +114,7 @@ class Stream {
     }
     ++run->notices[{notice, name}];
     PluginMessages& plugin = run->plugins[name];
+    keep(plugin, line);
     if (!plugin.begun) plugin.since = line.time;
     plugin.begun = true;
   }
@@ -121,9 +122,14 @@ class Stream {
   void end(std::string_view shown, const MessageLine& line, Outcome outcome,
            std::string_view reason = {}) {
     PluginMessages& plugin = runOf(line).plugins[nameFor(shown)];
+    keep(plugin, line);
     if (plugin.outcome == Outcome::Failed) return;
     plugin.outcome = outcome;
     plugin.reason = reason;
+  }
+
+  static void keep(PluginMessages& plugin, const MessageLine& line) {
+    plugin.messages.push_back({std::string(line.time), std::string(line.text)});
   }
 
   void readKernelEnd(std::string_view text, const MessageLine& line) {
@@ -180,6 +186,7 @@ void merge(BootMessages& messages, const Run& run) {
       plugin.begun = true;
       plugin.since = told.since;
     }
+    plugin.messages.insert(plugin.messages.end(), told.messages.begin(), told.messages.end());
     if (plugin.outcome == Outcome::None || told.outcome == Outcome::Failed) {
       plugin.outcome = told.outcome;
       plugin.reason = told.reason;

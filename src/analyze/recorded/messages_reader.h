@@ -5,10 +5,17 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "analyze/recorded/known_names.h"
 
 namespace bootforge::analyze {
+
+/// A message as the capture has it.
+struct ToldMessage {
+  std::string time;  // empty where the line has none
+  std::string text;
+};
 
 /// What is said about one plugin.
 struct PluginMessages {
@@ -18,6 +25,8 @@ struct PluginMessages {
   std::string since;  // the time of the message that it has begun, as the capture has it
   Outcome outcome = Outcome::None;
   std::string reason;  // of a failure
+  // All that the chosen run says about it: the kernel's log first, then the program's own.
+  std::vector<ToldMessage> messages = {};
 };
 
 struct BootMessages {

@@ -20,26 +20,40 @@ constexpr double kRow = 18;
 constexpr double kBar = 12;
 constexpr double kMargin = 16;
 constexpr double kChart = 1000;
-constexpr double kLetter = 7;
+constexpr double kLetter = 7.5;
 constexpr double kHead = 76;
+constexpr double kFoot = 32;
 
-// Colours for light and for dark backgrounds; the picture follows the reader's setting.
+// Colours for light and for dark backgrounds: the picture follows the reader's setting where a
+// viewer knows of one, and is light on paper. Without variables, which not every viewer knows.
 constexpr std::string_view kStyle = R"(<style>
-svg { --ground: #fff; --ink: #1c1c1e; --grid: #d8d8dc; --run: #3b7dd8; --chain: #d9622b;
-      --failed: #c4233b; --wait: #b9c6d8; background: var(--ground); }
-@media (prefers-color-scheme: dark) {
-  svg { --ground: #16181c; --ink: #e6e6ea; --grid: #363a42; --run: #5b9bf0; --chain: #f08a4b;
-        --failed: #ff5f74; --wait: #4a5566; } }
-text { font: 12px system-ui, sans-serif; fill: var(--ink); }
-.title { font-size: 15px; font-weight: 600; } .axis { font-size: 11px; opacity: .75; }
-.run { fill: var(--run); } .chain { fill: var(--chain); } .failed { fill: var(--failed); }
-.wait { fill: var(--wait); } line { stroke: var(--grid); }
+text { font: 12px system-ui, "DejaVu Sans", sans-serif; fill: #1c1c1e; }
+.title { font-size: 15px; font-weight: 600; } .axis { font-size: 11px; fill: #5f6068; }
+.ground { fill: #ffffff; } .grid { stroke: #d8d8dc; }
+.run { fill: #3b7dd8; } .chain { fill: #d9622b; } .failed { fill: #c4233b; } .wait { fill: #b9c6d8; }
+.on-chain { font-weight: 600; }
+@media screen and (prefers-color-scheme: dark) {
+  text { fill: #e6e6ea; } .axis { fill: #a3a6b0; }
+  .ground { fill: #16181c; } .grid { stroke: #363a42; }
+  .run { fill: #5b9bf0; } .chain { fill: #f08a4b; } .failed { fill: #ff5f74; }
+  .wait { fill: #4a5566; } }
 </style>
 )";
 
+/// Two characters that may not stand in XML, even though they are UTF-8.
+std::string withoutNonCharacters(std::string text) {
+  for (const std::string_view forbidden : {"\uFFFE", "\uFFFF"}) {
+    for (std::size_t place = text.find(forbidden); place != std::string::npos;
+         place = text.find(forbidden, place)) {
+      text.replace(place, forbidden.size(), "\uFFFD");
+    }
+  }
+  return text;
+}
+
 std::string escaped(std::string_view text) {
   std::string result;
-  for (const char character : printable(text)) {
+  for (const char character : withoutNonCharacters(printable(text))) {
     switch (character) {
       case '&':
         result += "&amp;";
@@ -92,8 +106,8 @@ class Plot {
   }
 
   std::string draw() {
-    const double width = names_ + kChart + 2 * kMargin + 90;
-    const double height = kHead + kRow * static_cast<double>(order_.size()) + kMargin;
+    const double width = names_ + kChart + 2 * kMargin + 96;
+    const double height = kHead + kRow * static_cast<double>(order_.size()) + kFoot;
     text_ = fmt::format(
         "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 {0:.0f} {1:.0f}\" "
         "width=\"{0:.0f}\" "
@@ -102,6 +116,8 @@ class Plot {
     const std::string summary = bootSummary(timeline_, {});
     const std::string title = summary.substr(0, summary.find('\n'));
     text_ += fmt::format("<title>{}</title>\n{}", escaped(title), kStyle);
+    text_ +=
+        fmt::format("<rect class=\"ground\" width=\"{:.0f}\" height=\"{:.0f}\"/>\n", width, height);
     text_ +=
         fmt::format("<text class=\"title\" x=\"{}\" y=\"26\">{}</text>\n", kMargin, escaped(title));
     drawLegend();
@@ -138,9 +154,10 @@ class Plot {
     const std::int64_t step = stepFor(timeline_.makespan);
     for (std::int64_t moment = 0; moment <= timeline_.makespan; moment += step) {
       text_ += fmt::format(
-          "<line x1=\"{0:.2f}\" x2=\"{0:.2f}\" y1=\"{1}\" y2=\"{2:.0f}\"/>"
-          "<text class=\"axis\" text-anchor=\"middle\" x=\"{0:.2f}\" y=\"{3}\">{4}</text>\n",
-          x(moment), kHead - 4, height - kMargin, kHead - 8, duration(moment));
+          "<line class=\"grid\" x1=\"{0:.2f}\" x2=\"{0:.2f}\" y1=\"{1}\" y2=\"{2:.0f}\"/>"
+          "<text class=\"axis\" text-anchor=\"middle\" x=\"{0:.2f}\" y=\"{3}\">{5}</text>"
+          "<text class=\"axis\" text-anchor=\"middle\" x=\"{0:.2f}\" y=\"{4:.0f}\">{5}</text>\n",
+          x(moment), kHead - 4, height - kFoot, kHead - 8, height - kFoot + 15, duration(moment));
     }
   }
 
@@ -160,14 +177,17 @@ class Plot {
     const double baseline = top + kBar - 2;
     text_ += fmt::format("<g><title>{}</title>", escaped(about));
     const std::string name = fitted(plugin.name, static_cast<std::size_t>((names_ - 8) / kLetter));
-    text_ += fmt::format("<text text-anchor=\"end\" x=\"{:.1f}\" y=\"{:.1f}\">{}</text>",
-                         kMargin + names_ - 8, baseline, escaped(name));
+    text_ += fmt::format("<text{} text-anchor=\"end\" x=\"{:.1f}\" y=\"{:.1f}\">{}</text>",
+                         isOnChain_[index] ? " class=\"on-chain\"" : "", kMargin + names_ - 8,
+                         baseline, escaped(name));
     if (plugin.waitWorker > 0) {
       rectangle("wait", x(plugin.start - plugin.waitWorker), x(plugin.start), top);
     }
     rectangle(kind, x(plugin.start), x(plugin.end), top);
-    text_ += fmt::format("<text class=\"axis\" x=\"{:.2f}\" y=\"{:.1f}\">{}</text></g>\n",
-                         x(plugin.end) + 5, baseline, duration(plugin.run));
+    // Colours alone do not tell it, on paper for one.
+    const char* const failed = plugin.result == TimedPlugin::Result::Failed ? ", failed" : "";
+    text_ += fmt::format("<text class=\"axis\" x=\"{:.2f}\" y=\"{:.1f}\">{}{}</text></g>\n",
+                         x(plugin.end) + 5, baseline, duration(plugin.run), failed);
   }
 
   const Timeline& timeline_;

@@ -27,6 +27,14 @@ json::object rowOf(const TimedPlugin& plugin) {
                                                               : json::value()}};
 }
 
+json::object rowOf(const Timeline& timeline) {
+  return {{"start", timeline.workers > 0 ? json::value(timeline.start) : json::value()},
+          {"makespan", timeline.makespan},
+          {"workers", timeline.workers},
+          {"kernel_us", timeline.kernelMicroseconds ? json::value(*timeline.kernelMicroseconds)
+                                                    : json::value()}};
+}
+
 std::string lineOf(const json::object& object) { return json::serialize(object) + '\n'; }
 
 }  // namespace bootforge::analyze

@@ -34,6 +34,9 @@ class Simulator {
       for (const std::string& name : changes.without) {
         if (name == plugin->name()) plugin->markForwardDone();
       }
+      for (const std::string& name : changes.native) {
+        if (name == plugin->name()) loads_[plugin->number()].usesExecutor = false;
+      }
     }
     // More workers than plugins never find work; one is needed for milestones.
     workers_.resize(std::min(workers, std::max<std::size_t>(1, loads_.size())));

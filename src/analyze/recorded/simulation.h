@@ -16,6 +16,8 @@ namespace bootforge::analyze {
 struct Changes {
   std::vector<std::pair<std::string, std::int64_t>> work;  // microseconds in place of the recorded
   std::vector<std::string> without;                        // left out
+  // Plugins that do their work themselves, in place of commands for the executor.
+  std::vector<std::string> native = {};
 };
 
 /// One plugin of a simulated boot, in microseconds from its begin.

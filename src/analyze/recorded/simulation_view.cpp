@@ -71,8 +71,10 @@ std::string asText(const Timeline& timeline, const std::vector<Simulation>& runs
                    const std::optional<double>& modelError, const TextStyle& style) {
   std::string text = bootSummary(timeline, style);
   if (modelError) {
-    text += fmt::format("The model is {:.1f} % {} on the recorded boot\n",
-                        100 * std::abs(*modelError), *modelError < 0 ? "too fast" : "too slow");
+    const std::string off = fmt::format("{:.1f}", 100 * std::abs(*modelError));
+    text += off == "0.0" ? "The model agrees with the recorded boot\n"
+                         : fmt::format("The model is {} % {} on the recorded boot\n", off,
+                                       *modelError < 0 ? "too fast" : "too slow");
   }
   TextTable table({">workers", ">boot", ">times as fast", ">workers busy", ">executor busy"});
   for (const Simulation& run : runs) {

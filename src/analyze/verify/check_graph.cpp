@@ -5,6 +5,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "analyze/image/cycles.h"
 #include "analyze/image/wait_graph.h"
 #include "analyze/verify/checks.h"
 #include "reading/nearest.h"
@@ -30,7 +31,8 @@ class GraphCheck {
   }
 
   void checkCycles() {
-    for (const WaitGraph::Cycle& cycle : graph_.cycles()) {
+    const Cycles cycles(graph_);
+    for (const Cycle& cycle : cycles.all()) {
       const Index first = cycle.members.front();
       const std::unordered_set<Index> members(cycle.members.begin(), cycle.members.end());
       const std::vector<std::string> chain = namesOf(graph_, cycle.chain);
@@ -41,10 +43,10 @@ class GraphCheck {
       finding.subject = graph_.name(first);
       finding.members = namesOf(graph_, cycle.members);
       finding.cycle = chain;
-      finding.blocked = cycle.blocked.size();
-      if (cycle.blocked.empty()) continue;
-      finding.help = std::to_string(cycle.blocked.size()) +
-                     (cycle.blocked.size() == 1 ? " more waits" : " more wait") + " behind them.";
+      finding.blocked = cycle.blocked;
+      if (cycle.blocked == 0) continue;
+      finding.help = std::to_string(cycle.blocked) +
+                     (cycle.blocked == 1 ? " more waits" : " more wait") + " behind them.";
     }
   }
 
@@ -143,7 +145,7 @@ class GraphCheck {
 
   /// What a member of a cycle waits for in it: on the chain that is shown, where it is part of
   /// that.
-  std::string milestoneIn(Index member, const WaitGraph::Cycle& cycle,
+  std::string milestoneIn(Index member, const Cycle& cycle,
                           const std::unordered_set<Index>& members) const {
     const auto place = std::find(cycle.chain.begin(), cycle.chain.end(), member);
     if (place != cycle.chain.end() && std::next(place) != cycle.chain.end()) {

@@ -24,6 +24,8 @@ void readOption(const std::vector<std::string>& words, std::size_t& at, CommandL
     value = word.substr(equals + 1);
   } else if (at + 1 < words.size() && !isOption(words[at + 1])) {
     value = words[++at];
+  } else {
+    line.withoutValue.push_back(name);
   }
   line.parameters.emplace_back(std::move(name), std::move(value));
 }

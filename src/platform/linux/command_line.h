@@ -18,6 +18,8 @@ struct CommandLine {
   std::vector<std::string> path;
   /// (name, value) in the order of the line, names without their dashes.
   std::vector<std::pair<std::string, std::string>> parameters;
+  /// Names of options that stand without a value, in the order of the line.
+  std::vector<std::string> withoutValue;
   /// Why the line is none; empty for a good one.
   std::vector<std::string> errors;
 };

@@ -170,5 +170,23 @@ TEST(MessagesReader, CutLinesAreNotBelieved) {
   EXPECT_TRUE(read("bootforge[1]: Launching Executor\n").readable);
 }
 
+TEST(MessagesReader, WhatIsSaidIsKeptWithItsPlugin) {
+  const BootMessages messages = read(
+      "[    1.0] bootforge: Activating Bootforge plugin a.\n"
+      "[    2.0] bootforge: Activating Bootforge plugin b.\n"
+      "[    2.5] bootforge: something else\n"
+      "bootforge[7]: executing start plugin: a\n"
+      "[    3.0] bootforge: Bootforge plugin a activation failed: why\n",
+      {"a", "b"});
+  const std::vector<ToldMessage>& told = messages.plugins.at("a").messages;
+  ASSERT_EQ(told.size(), 3U);
+  EXPECT_EQ(told[0].time, "1.0");
+  EXPECT_EQ(told[0].text, "Activating Bootforge plugin a.");
+  EXPECT_EQ(told[1].text, "Bootforge plugin a activation failed: why");
+  EXPECT_EQ(told[2].time, "") << "the program's own log stands behind the kernel's";
+  EXPECT_EQ(told[2].text, "executing start plugin: a");
+  EXPECT_EQ(messages.plugins.at("b").messages.size(), 1U);
+}
+
 }  // namespace
 }  // namespace bootforge::analyze

@@ -89,7 +89,7 @@ TEST_F(Hypcli, ShowsNoControlCharactersToATerminal) {
   EXPECT_EQ(hypcli({"odd"}).out, "Commands of odd:\n  cry  Cry\\x1b[31m\n");
   EXPECT_EQ(hypcli({"odd", "\x1b[m"}).err,
             "hypcli: unknown command 'odd \\x1b[m'\n"
-            "Try 'hypcli --help' for more information.\n");
+            "Try 'hypcli odd --help' for more information.\n");
 }
 
 TEST_F(Hypcli, LetsNobodyElseWriteWhatAProgramMakes) {
@@ -124,9 +124,57 @@ TEST_F(Hypcli, ExitsWithTwoWhenThereIsNoSuchCommand) {
   EXPECT_EQ(answer.out, "");
   EXPECT_EQ(answer.err,
             "hypcli: unknown command 'network nope'\n"
-            "Try 'hypcli --help' for more information.\n");
+            "Try 'hypcli network --help' for more information.\n");
   EXPECT_EQ(hypcli({"network", "nope", "--help"}).code, 2);
   EXPECT_EQ(hypcli({"network", "ip", "--mtu=1"}).code, 2);
+}
+
+TEST_F(Hypcli, NamesTheCommandsThatAreNearAMisspeltOne) {
+  const auto advice = [](std::vector<std::string> words) {
+    const Answer answer = hypcli(std::move(words));
+    EXPECT_EQ(answer.code, 2);
+    return answer.err;
+  };
+  EXPECT_EQ(advice({"network", "ip", "ste", "-i", "x"}),
+            "hypcli: unknown command 'network ip ste'\n"
+            "Did you mean 'network ip set'?\n"
+            "Try 'hypcli network ip --help' for more information.\n");
+  EXPECT_EQ(advice({"Netwrok", "i", "set"}),
+            "hypcli: unknown command 'Netwrok i set'\n"
+            "Did you mean 'network ip set'?\n"
+            "Try 'hypcli --help' for more information.\n");
+  EXPECT_EQ(advice({"netwrok"}),
+            "hypcli: unknown command 'netwrok'\n"
+            "Did you mean 'network'?\n"
+            "Try 'hypcli --help' for more information.\n");
+  EXPECT_EQ(advice({"network", "ip", "set", "eth0"}),
+            "hypcli: unknown command 'network ip set eth0'\n"
+            "Try 'hypcli network ip set --help' for more information.\n");
+  EXPECT_EQ(advice({"network", "ip", "--mtu=1"}),
+            "hypcli: unknown command 'network ip'\n"
+            "Try 'hypcli network ip --help' for more information.\n");
+}
+
+TEST_F(Hypcli, NamesTheParametersThatAreNearAMisspeltOne) {
+  Answer answer = hypcli({"network", "ip", "set", "--interfce=x", "-a", "y", "-x"});
+  EXPECT_EQ(answer.code, 2);
+  EXPECT_EQ(answer.err,
+            "hypcli: unknown parameter 'interfce' of command 'network ip set'\n"
+            "hypcli: unknown parameter 'x' of command 'network ip set'\n"
+            "hypcli: missing required parameter 'interface' of command 'network ip set'\n"
+            "Did you mean '--interface'?\n"
+            "Try 'hypcli network ip set --help' for more information.\n");
+}
+
+TEST_F(Hypcli, TellsOfAParameterThatWasLeftWithoutItsValue) {
+  Answer answer = hypcli({"network", "ip", "set", "-i", "--address=a", "--replace"});
+  EXPECT_EQ(answer.code, 0);
+  EXPECT_EQ(answer.out, "a on true\n");
+  EXPECT_EQ(answer.err,
+            "hypcli: parameter 'i' of command 'network ip set' has no value and is taken as "
+            "'true'\n");
+  answer = hypcli({"network", "ip", "set", "-i=true", "--address", "true", "--replace"});
+  EXPECT_EQ(answer.err, "");
 }
 
 TEST_F(Hypcli, ExitsWithTwoWhenTheCommandDoesNotTakeTheseOptions) {
@@ -135,12 +183,12 @@ TEST_F(Hypcli, ExitsWithTwoWhenTheCommandDoesNotTakeTheseOptions) {
   EXPECT_EQ(answer.err,
             "hypcli: unknown parameter 'nope' of command 'network ip set'\n"
             "hypcli: missing required parameter 'address' of command 'network ip set'\n"
-            "Try 'hypcli --help' for more information.\n");
+            "Try 'hypcli network ip set --help' for more information.\n");
   answer = hypcli({"network", "ip", "ls", "--x=1", "word"});
   EXPECT_EQ(answer.code, 2);
   EXPECT_EQ(answer.err,
             "hypcli: 'word' follows a value and is no option\n"
-            "Try 'hypcli --help' for more information.\n");
+            "Try 'hypcli network ip ls --help' for more information.\n");
 }
 
 TEST_F(Hypcli, ExitsWithTwoForAnOptionWithoutANameWhereverItStands) {
@@ -166,6 +214,7 @@ TEST_F(Hypcli, ListsTheCommandsOfANamespaceWithTheirSummaries) {
       "  set  Give an interface an address\n";
   EXPECT_EQ(hypcli({"network", "ip"}).out, expected);
   EXPECT_EQ(hypcli({"network", "ip", "--help"}).out, expected);
+  EXPECT_EQ(hypcli({"network", "ip", "-h"}).out, expected);
   Answer answer = hypcli({"network"});
   EXPECT_EQ(answer.code, 0);
   EXPECT_EQ(answer.out,
@@ -198,6 +247,14 @@ TEST_F(Hypcli, TellsTheParametersOfACommand) {
 
 TEST_F(Hypcli, LeavesTheHelpOptionToACommandThatTakesIt) {
   EXPECT_EQ(hypcli({"network", "help", "--help"}).out, "own=true\n");
+  EXPECT_EQ(hypcli({"network", "help", "-h"}).out,
+            "Usage: hypcli network help [--help]\n\n"
+            "Parameters:\n      --help\n");
+  writeFile("/usr/lib/nimbus/hypcli/house.json", R"({
+    "namespace": "house",
+    "commands": {"heat": {"parameters": {"home": {"short": "h", "flag": true}},
+                          "exec": ["/bin/echo", "{home}"]}}})");
+  EXPECT_EQ(hypcli({"house", "heat", "-h"}).out, "true\n");
 }
 
 TEST_F(Hypcli, TellsItsUsageAndItsVersion) {
@@ -206,7 +263,9 @@ TEST_F(Hypcli, TellsItsUsageAndItsVersion) {
     EXPECT_EQ(answer.code, 0);
     EXPECT_TRUE(answer.out.starts_with("Usage: hypcli ")) << answer.out;
   }
-  EXPECT_EQ(hypcli({"--version"}).out, "hypcli " BOOTFORGE_VERSION "\n");
+  for (const char* option : {"--version", "-v"}) {
+    EXPECT_EQ(hypcli({option}).out, "hypcli " BOOTFORGE_VERSION "\n");
+  }
 }
 
 TEST_F(Hypcli, RefusesAnOptionOfItsOwnThatItDoesNotHave) {
@@ -246,8 +305,17 @@ TEST_F(Hypcli, TakesTheDefinitionOfTheDirectoryThatIsRegisteredLast) {
 TEST(HypcliWithoutCommands, SaysThatThereAreNone) {
   Answer answer = hypcli({});
   EXPECT_EQ(answer.code, 0);
-  EXPECT_EQ(answer.out, "No commands.\n");
+  EXPECT_EQ(answer.out,
+            "No commands. These folders were searched for command files (*.json):\n"
+            "  /usr/lib/nimbus/hypcli  (missing)\n"
+            "  /usr/lib/nimbus/hypcli/int  (missing)\n"
+            "  /usr/lib/nimbus/hypcli/int/ext  (missing)\n"
+            "  /usr/lib/nimbus/hypcli/ext  (missing)\n");
   EXPECT_EQ(answer.err, "");
+  writeFile("/usr/lib/nimbus/hypcli/ext/notes.txt", "");
+  answer = hypcli({});
+  EXPECT_TRUE(answer.out.ends_with("/hypcli/int/ext  (missing)\n  /usr/lib/nimbus/hypcli/ext\n"))
+      << answer.out;
 }
 
 TEST(HypcliWithoutStandardStreams, WorksAndGivesThemToNobody) {
