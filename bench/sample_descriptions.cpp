@@ -7,27 +7,12 @@
 #include <map>
 #include <string>
 
+#include "bench/temporary_directory.h"
+
 namespace bootforge::bench {
 namespace {
 
 namespace fs = boost::filesystem;
-
-/// A directory that goes when the program does.
-class TemporaryDirectory {
- public:
-  TemporaryDirectory()
-      : path_(fs::temp_directory_path() / fs::unique_path("bootforge-bench-%%%%%%%%")) {
-    fs::create_directory(path_);
-  }
-  ~TemporaryDirectory() {
-    boost::system::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  const fs::path& path() const { return path_; }
-
- private:
-  const fs::path path_;
-};
 
 /// About 1 KB, as a platform engineer writes them. Every tenth plugin opens a new milestone.
 std::string descriptionOf(std::size_t number) {

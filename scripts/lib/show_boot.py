@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
 """Boots a host and shows a person what happens: the log as it goes, then what came of it.
 
-usage: show_boot.py [--interactive] [--daemons] [--brief] [--picture FILE] [--expect-failed NAME]...
+usage: show_boot.py [--interactive] [--daemons] [--brief] [--page FILE] [--expect-failed NAME]...
                     [--expect-daemon-failed NAME]... [--expect-unprovided MILESTONE]...
                     [--image OPTION]... --analyze PROGRAM
                     --root ROOT --host COMMAND [ARGUMENT...] --boot COMMAND [ARGUMENT...]
 
 The COMMAND of --host makes the directory ROOT a host (private_host.py); that of --boot boots it.
-PROGRAM, with the OPTIONs of --image, tells where the time went; --picture says that the host is kept,
-and where to draw the boot. --brief shows only how the boot went.
+PROGRAM, with the OPTIONs of --image, tells where the time went; --page says that the host is kept,
+and where to show its boot as a page for a browser. --brief shows only how the boot went.
 --interactive gives the boot the terminal on standard input; --daemons starts the host's daemons
 afterwards, uses one of them, and stops them. Exit status: 0 when everything went as expected, 1
 when it did not, 125 when the host could not be made.
@@ -113,13 +113,13 @@ def show_troubles(screen, report, runs, daemons):
         print("Nothing failed.")
 
 
-def draw(analyzer, picture):
-    if picture and analyzer.show("plot", analyzer.messages, f"--output={picture}"):
-        print(f"The boot as a picture: {picture}")
+def write_page(analyzer, page):
+    if page and analyzer.show("report", analyzer.messages, f"--output={page}"):
+        print(f"The boot as a page for a browser: {page}")
 
 
-def show_files(report, picture):
-    if picture:
+def show_files(report, kept):
+    if kept:
         print(f"below {report.root}:")
     for name, meaning in FILES:
         try:
@@ -128,7 +128,7 @@ def show_files(report, picture):
             size = "not there"
         print(f"{name:38}  {size:>12}  {meaning}")
     print(f"\nThe run-once record says: {report.run_once_record() or 'nothing'}")
-    if not picture:
+    if not kept:
         print("These files are the host's, and are removed with it now; --keep keeps them.")
 
 
@@ -167,7 +167,7 @@ def read_options():
     parser.add_argument("--interactive", action="store_true")
     parser.add_argument("--daemons", action="store_true")
     parser.add_argument("--brief", action="store_true")
-    parser.add_argument("--picture")
+    parser.add_argument("--page")
     parser.add_argument("--image", action="append", default=[])
     parser.add_argument("--analyze", required=True)
     parser.add_argument("--expect-failed", action="append", default=[])
@@ -193,8 +193,8 @@ def show_all(screen, report, runs, daemons, status_text, options, analyzer):
     screen.title("The host as it stood at the end")
     print(status_text.rstrip("\n") or "It has no status program.")
     screen.title("Where the files are")
-    show_files(report, options.picture)
-    draw(analyzer, options.picture)
+    show_files(report, options.page)
+    write_page(analyzer, options.page)
     screen.title("What kept the boot from ending sooner")
     analyzer.show("critical-chain")
 
@@ -226,7 +226,7 @@ def main():
         show_all(screen, report, runs, daemons, status_text, options, analyzer)
         screen.title("Outcome")
     else:
-        draw(analyzer, options.picture)
+        write_page(analyzer, options.page)
     problems = judge(report, runs, status, options) + daemon_problems
     skipped = len(named(runs, "skipped"))
     by_operator = f"{skipped} skipped by the operator, " if skipped else ""

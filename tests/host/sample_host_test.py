@@ -213,8 +213,8 @@ class Boots(DemoCase):
             with open(f"{self.folder}/{kept}/{name}/root/var/log/sysboot.log",
                       encoding="utf-8") as log:
                 self.assertIn(f"\n Parallel: {parallel}\n", log.read())
-            picture = f"{self.folder}/{kept}/{name}/boot.svg"
-            self.assertTrue(os.path.exists(picture))
+            with open(f"{self.folder}/{kept}/{name}/boot.html", encoding="utf-8") as page:
+                self.assertIn("second-uplink", page.read())
         self.assertIn(f"The host's files are kept in {self.folder}/{kept}\n", demo.text)
         shutil.rmtree(f"{self.folder}/{kept}")
         self.assert_nothing_is_left()
