@@ -17,9 +17,11 @@ def main():
     lines, missed, branches, taken = 0, 0, 0, 0
     rows = []
     for entry in files:
-        if not entry["filename"].startswith(source):
+        # The compiler may have been given it relative to the build.
+        path = os.path.realpath(os.path.join("build/coverage", entry["filename"]))
+        if not path.startswith(source):
             continue
-        name = os.path.relpath(entry["filename"])
+        name = os.path.relpath(path)
         summary = entry["summary"]
         lines += summary["lines"]["count"]
         missed += summary["lines"]["count"] - summary["lines"]["covered"]
