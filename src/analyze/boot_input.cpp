@@ -95,6 +95,7 @@ void addSectionOption(CLI::App& verb, BootOptions& options) {
                   "which run of the log, counted from 0 (default: the boot, or with --daemons the "
                   "last daemon run)")
       ->option_text("N")
+      ->check(CLI::NonNegativeNumber)
       ->group("Boot");
 }
 
