@@ -60,8 +60,8 @@ std::string planAsText(const Plan& plan, const WaitGraph& graph) {
   return text;
 }
 
-/// Says when a boot of the image runs nothing. Throws UsageError when the plugins cannot be read; an
-/// image that has no plugins yet can be.
+/// Says when a boot of the image runs nothing. Throws UsageError when the plugins cannot be read;
+/// an image that has no plugins yet can be.
 void checkEnumeration(const Image& image) {
   const int error = image.pluginDirectoryError();
   if (error == ENOENT && image.pluginDirectory() == kDefaultPluginDirectory) {
