@@ -95,6 +95,7 @@ void addSectionOption(CLI::App& verb, BootOptions& options) {
                   "which run of the log, counted from 0 (default: the boot, or with --daemons the "
                   "last daemon run)")
       ->option_text("N")
+      ->transform(isWholeNumber())
       ->group("Boot");
 }
 
@@ -161,7 +162,11 @@ RecordedBoot readBoot(const BootOptions& options) {
 ProfileSection readCallersLog(const std::string& path, const BootOptions& options) {
   const ProfilingLog log = readLog(path, unpacked(path, readCallersFile(path)), {});
   remarkAll(path, log.notes);
-  return sectionOf(path, log, options);
+  const ProfileSection& section = sectionOf(path, log, options);
+  for (const ProfiledPlugin& plugin : section.plugins) {
+    if (endedBeforeItsStart(plugin)) remark(path + ": " + noteOnItsEnd(plugin));
+  }
+  return section;
 }
 
 int tell(const CommonOptions& options, const Answer& answer) {

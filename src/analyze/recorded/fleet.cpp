@@ -92,6 +92,8 @@ void Fleet::addLog(const std::string& path, const std::string& host) {
   }
   ++read_;
   damaged_ += text.cut || !log.notes.empty() ? 1 : 0;
+  const auto& lines = section->plugins;
+  clockSet_ += std::any_of(lines.begin(), lines.end(), endedBeforeItsStart) ? 1 : 0;
   const BootSample sample = sampleOf(*section);
   if (sample.makespan) {
     boots_.push_back(*sample.makespan);
@@ -161,6 +163,11 @@ Answer Fleet::answer(bool byHost, Format format, const TextStyle& style) {
   if (unreadable_ > unreadablePaths_.size()) {
     answer.notes.push_back("and " + std::to_string(unreadable_ - unreadablePaths_.size()) +
                            " more that cannot be read");
+  }
+  if (clockSet_ > 0) {
+    answer.notes.push_back("in " + std::to_string(clockSet_) +
+                           " of the logs a plugin ended before it started (was the clock set?); "
+                           "that counts as a run of 0");
   }
   return answer;
 }

@@ -47,6 +47,7 @@ class Fleet {
   const bool daemons_;
   std::size_t read_ = 0;
   std::size_t damaged_ = 0;
+  std::size_t clockSet_ = 0;  // logs with an end before its start
   std::size_t unreadable_ = 0;
   std::vector<std::string> unreadablePaths_;  // the first few
   std::vector<std::int64_t> boots_;
