@@ -95,7 +95,7 @@ void reading(benchmark::State& state, void (*read)(const std::string&)) {
 }
 
 void sizes(benchmark::internal::Benchmark* benchmark) {
-  for (const int size : {100, 1'000, 10'000}) benchmark->Arg(size);
+  for (const int size : {1'000, 10'000}) benchmark->Arg(size);
   benchmark->UseManualTime()->Iterations(3)->Unit(benchmark::kMicrosecond);
 }
 

@@ -54,13 +54,14 @@ class HypcliExecutor {
   bool isServing();
   UniqueFd connectWithRestarts();
 
-  [[noreturn]] void runChild() noexcept;
+  [[noreturn]] void runChild(int startLock) noexcept;
   void serve();
   void openControlSocket();
   void startEventLoop();
 
   // Used in the executor process only.
   UniqueFd listener_;
+  UniqueFd startLock_;  // until it listens: its starter may be gone by then
   pthread_t eventLoopThread_ = static_cast<pthread_t>(-1);
 };
 

@@ -40,9 +40,10 @@ UniqueFd openConnection(int flags, bool reportFailure) {
   return connection;
 }
 
-/// Held from the look for an executor until the new one listens. Without it, the second of two runs
-/// that start at once would take the socket of the first for a stale one, between bind(2) and
-/// listen(2). Where the lock cannot be had, the executor is started without it.
+/// Held from the look for an executor until the new one listens, by the new one as well: its
+/// starter may be killed meanwhile. Without it, the second of two runs that start at once would
+/// take the socket of the first for a stale one, between bind(2) and listen(2). Where the lock
+/// cannot be had, the executor is started without it.
 class StartLock {
  public:
   StartLock() {
@@ -57,8 +58,11 @@ class StartLock {
     }
   }
 
+  /// The locked file, -1 for none. Who inherits it holds the lock, too.
+  int descriptor() const { return file_.get(); }
+
  private:
-  UniqueFd file_;  // the lock is gone when it is closed
+  UniqueFd file_;  // the lock is gone when it is closed, here and in the executor
 };
 
 /// Descriptor 0 is never taken for a connection: it is what a missing standard input leaves behind.
@@ -93,7 +97,7 @@ void HypcliExecutor::start() {
   Log_Level(5, "Setting up Executor - Reset Requested\n");
   const pid_t child = ::fork();
   if (child == -1) throw Exception("Failed to fork" + systemErrorText(errno));
-  if (child == 0) runChild();
+  if (child == 0) runChild(lock.descriptor());
   int status = 0;
   if (retryInterrupted([&] { return ::waitpid(child, &status, 0); }) == -1) {
     throw Exception("Failed collecting executor's exit status");

@@ -4,6 +4,7 @@
 // worker that holds the graph lock. It never execs, so it may use nothing that another thread can
 // have had locked at the fork: of the program it uses this folder, and of the rest the log and the
 // C library's allocator, whose locks are held across a fork.
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -12,6 +13,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <utility>
 
 #include "cli/control_socket.h"
 #include "cli/hypcli_executor.h"
@@ -39,11 +41,32 @@ constexpr int kEventType = 2;
 /// Ends the poll loop; written and read on its thread.
 bool stopRequested = false;
 
+UniqueFd acceptConnection(int listener) {
+  return UniqueFd(
+      retryInterrupted([&] { return ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC); }));
+}
+
+/// Serves one connection. Returns true for a request to stop.
+bool serveConnection(const UniqueFd& connection) {
+  if (isPeerOurs(connection)) return handleRequest(connection);
+  const int error = errno;
+  Log_Level(3, "Refused a connection on the control socket - %s\n", systemErrorText(error).c_str());
+  return false;
+}
+
+/// Who connects from now on finds nobody and starts an executor for itself; those who have
+/// connected already are served. The listening socket would take connections until it is closed,
+/// and nobody would ever answer them.
+void refuseConnections(int listener, UniqueFd stopper) {
+  if (::shutdown(listener, SHUT_RDWR) != 0) return;
+  stopper.reset();  // and this is what it waits for
+  while (const UniqueFd connection = acceptConnection(listener)) serveConnection(connection);
+}
+
 /// Accepts and serves one connection; `clientData` points to the listening descriptor.
 void handleConnection(void* clientData) {
   const int listener = *static_cast<int*>(clientData);
-  const UniqueFd connection(
-      retryInterrupted([&] { return ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC); }));
+  UniqueFd connection = acceptConnection(listener);
   if (!connection) {
     const int error = errno;
     Log_Level(3, "Error accepting connection on contol socket - %s\n\n",
@@ -53,16 +76,11 @@ void handleConnection(void* clientData) {
     ::poll(nullptr, 0, kPauseMilliseconds);
     return;
   }
-  if (!isPeerOurs(connection)) {
-    const int error = errno;
-    Log_Level(3, "Refused a connection on the control socket - %s\n",
-              systemErrorText(error).c_str());
-    return;
-  }
-  if (!handleRequest(connection)) return;
+  if (!serveConnection(connection)) return;
   stopRequested = true;
   Poll_NotifyChange(kClassSet);
   Poll_CallbackRemove(kClassSet, kPollFlags, &handleConnection, clientData, kEventType);
+  refuseConnections(listener, std::move(connection));
 }
 
 /// The body of the event-loop thread; `argument` points to the listening socket.
@@ -97,9 +115,15 @@ int bindForOwner(const UniqueFd& socket) {
   return error;
 }
 
+/// Gives a descriptor the first number behind the standard streams, whoever has that. None for -1.
+UniqueFd moveToFront(int fd) {
+  constexpr int kFront = STDERR_FILENO + 1;
+  return UniqueFd(fd == kFront ? fd : ::dup3(fd, kFront, O_CLOEXEC));
+}
+
 }  // namespace
 
-void HypcliExecutor::runChild() noexcept {
+void HypcliExecutor::runChild(int startLock) noexcept {
   try {
     ::prctl(PR_SET_NAME, kProcessName);
     resetSignals();
@@ -108,7 +132,8 @@ void HypcliExecutor::runChild() noexcept {
     // The descriptors are the orchestrator's: connections of its other workers among them, which
     // would not end for their peers while this process had them open.
     Log_Detach();
-    closeOtherDescriptors();
+    startLock_ = moveToFront(startLock);
+    closeOtherDescriptors(startLock_ ? startLock_.get() + 1 : STDERR_FILENO + 1);
     serve();
     ::_exit(0);
   } catch (const Exception& failure) {
@@ -122,6 +147,7 @@ void HypcliExecutor::runChild() noexcept {
 void HypcliExecutor::serve() {
   redirectStandardStreams(kOutputFile);
   openControlSocket();
+  startLock_.reset();
   if (::daemon(0, 1) == -1) throw Exception("Failed to daemonize");
   startEventLoop();
   Log_Level(5, "Executor Reset - polling for commands\n");

@@ -37,8 +37,11 @@ void attempt(void (*step)(), const char* failure) {
 }  // namespace
 
 void reloadSyslogDaemon() {
-  if (::access(kSyslogConfiguration, F_OK) == 0 && runShell(kSyslogUpgrade) == -1) {
-    Log_Level(2, "failed to call %s\n", kSyslogUpgrade);
+  if (::access(kSyslogConfiguration, F_OK) == 0) {
+    if (runShell(kSyslogUpgrade) == -1) Log_Level(2, "failed to call %s\n", kSyslogUpgrade);
+  } else if (errno != ENOENT) {
+    Log_Level(3, "unable to look for %s: %s.\n", kSyslogConfiguration,
+              systemErrorText(errno).c_str());
   }
   const UniqueFd file = openRegularFile(kSyslogPidFile);
   if (!file) {

@@ -17,7 +17,8 @@ int Poll_Callback(int classSet, int flags, PollCallback callback, void* clientDa
 bool Poll_CallbackRemove(int classSet, int flags, PollCallback callback, void* clientData,
                          int eventType);
 
-/// Serves callbacks until `*stop` is true. The flag is read on the calling thread.
+/// Serves callbacks until `*stop` is true, or until a descriptor cannot be watched, which is logged
+/// at level 2. The flag is read on the calling thread.
 void Poll_Loop(int classSet, bool* stop, int reserved);
 
 /// Makes a running loop look at its stop flag.

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 
 #include "util/system_error.h"
@@ -76,12 +77,16 @@ int runShell(const std::string& commandLine) {
 
 ShellOutput::ShellOutput(const std::string& commandLine) {
   int ends[2];
-  if (::pipe2(ends, O_CLOEXEC) != 0) return;
+  if (::pipe2(ends, O_CLOEXEC) != 0) {
+    error_ = errno;
+    return;
+  }
   UniqueFd reader(ends[0]);
   const UniqueFd writer(ends[1]);
   SpawnSettings settings;
   settings.place(writer, STDOUT_FILENO);
-  if (settings.spawnShell(commandLine, &shell_) == 0) pipe_ = std::move(reader);
+  error_ = settings.spawnShell(commandLine, &shell_);
+  if (error_ == 0) pipe_ = std::move(reader);
 }
 
 ShellOutput::~ShellOutput() {

@@ -29,10 +29,13 @@ class ShellOutput {
 
   /// The end to read from; none when nothing could be started.
   const UniqueFd& pipe() const { return pipe_; }
+  /// Why there is none, as an errno value; 0 otherwise.
+  int error() const { return error_; }
 
  private:
   UniqueFd pipe_;
   pid_t shell_ = -1;
+  int error_ = 0;
 };
 
 }  // namespace bootforge

@@ -83,14 +83,13 @@ void openMissingStandardStreams() {
   }
 }
 
-void closeOtherDescriptors() {
-  constexpr int kFirst = STDERR_FILENO + 1;
+void closeOtherDescriptors(int first) {
 #ifdef SYS_close_range
-  if (::syscall(SYS_close_range, kFirst, ~0U, 0) == 0) return;
+  if (::syscall(SYS_close_range, first, ~0U, 0) == 0) return;
 #endif
-  if (closeListedDescriptors(kFirst)) return;
+  if (closeListedDescriptors(first)) return;
   const long limit = ::sysconf(_SC_OPEN_MAX);
-  for (int fd = kFirst; fd < limit; ++fd) ::close(fd);
+  for (int fd = first; fd < limit; ++fd) ::close(fd);
 }
 
 }  // namespace bootforge

@@ -14,8 +14,8 @@ void redirectStandardStreams(const char* path);
 /// the place of a standard stream.
 void openMissingStandardStreams();
 
-/// Closes every descriptor from 3 on: close_range(2), or those that /proc lists, or one by one
-/// below sysconf(_SC_OPEN_MAX), which may be a thousand million. Async-signal-safe.
-void closeOtherDescriptors();
+/// Closes every descriptor from `first` on: close_range(2), or those that /proc lists, or one by
+/// one below sysconf(_SC_OPEN_MAX), which may be a thousand million. Async-signal-safe.
+void closeOtherDescriptors(int first = 3);
 
 }  // namespace bootforge

@@ -4,6 +4,8 @@ import collections
 import os
 import re
 
+from drawn_image import PROBE
+
 REJECTING = {"description-unreadable", "description-syntax", "description-invalid",
              "native-unloadable", "native-symbol-missing", "native-record-invalid",
              "native-library-missing"}
@@ -98,9 +100,13 @@ class Agreement:
         self._compare_left_out()
         self._compare_order()
         self._compare_milestones()
-        if self.image.has_folder:
+        # The executor reads its command files at the first command. That of the probe runs in every
+        # boot, but where there is no folder of plugins, or where it met an executor that was just
+        # told to stop.
+        failed = {match[1] for match in self._lines("error", COMMAND_FAILURE.pattern)}
+        is_stopped = self.by_rule["command-is-stop"] and PROBE in failed
+        if self.image.has_folder and not is_stopped:
             self._compare_command_files()
-        # Else no plugin runs, and the executor reads its command files at the first command.
         self._compare_commands()
         if self.is_clean:
             loud = [(level, text) for level, text in self.boot.lines + self.boot.executor_lines

@@ -209,6 +209,26 @@ class RecordedVerbs(unittest.TestCase):
         self.assertEqual(self.ask("critical-chain", "left", status=1), {"chain": []})
         self.run_verb("critical-chain", "nobody", status=1)
 
+    def test_chain_is_told_in_words_first(self):
+        told = self.run_verb("critical-chain").splitlines()
+        self.assertEqual(told[2:4], ["web ended at 2.90 s: 3 steps that followed one another took "
+                                     "2.90 s", "None of them waited for a worker"])
+        told = self.run_verb("critical-chain", "disk").splitlines()
+        self.assertEqual(told[2], "disk ended at 800 ms, and had to wait for no other")
+
+    def test_worker_that_was_held_is_told_from_one_that_was_free(self):
+        # "clock" was ready at once, and "disk" had the only worker.
+        self.log.write_text(boot_log([("disk", 0, 1000), ("clock", 1100, 1200)]))
+        told = self.run_verb("critical-chain")
+        self.assertIn("\n1 of them waited for a worker\n", told)
+        self.assertRegex(told, r"clock +worker 0, held by disk\n")
+        # "web" was ready when "log" ended; the worker was free, and took a moment to see that.
+        self.log.write_text(boot_log([("network", 0, 9000), ("disk", 0, 5000), ("log", 5000, 9100),
+                                      ("web", 9180, 9500)]))
+        told = self.run_verb("critical-chain")
+        self.assertRegex(told, r"web +worker \d for 80 µs, free since \S+\n")
+        self.assertIn("\nNone of them waited for a worker\n", told)
+
     def test_stuck_needs_no_log(self):
         self.log.unlink()
         capture = self.file("kernel", "[    1.0] bootforge: Activating Bootforge plugin disk.\n")

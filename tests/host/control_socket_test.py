@@ -264,6 +264,17 @@ class KilledExecutor(HostCase):
 
 
 class TwoRuns(HostCase):
+    def test_runs_right_behind_each_other_lose_no_command(self):
+        host = self.host()
+        host.plugin("only", start=["note add --text=done"])
+        host.script("/tmp/runs", "for run in 1 2 3 4 5 6 7 8 9 10; do\n"
+                    f"  {BOOTFORGE} --invoke --method=start --plugin=only.json\ndone\n")
+        for _ in range(4):
+            runs = host.run("/tmp/runs")
+            self.assertEqual(runs.messages, [LAUNCHING, SETTING_UP, starting("only"), STOPPED] * 10)
+        self.assertEqual(host.notes(), ["done"] * 40)
+        host.wait_for_executor_end()
+
     def test_a_second_run_uses_the_executor_of_the_first_and_stops_it(self):
         self.need_restarts()
         host = self.host()

@@ -4,6 +4,7 @@ import os
 import signal
 
 import host_case
+import isolation
 from host_case import HostCase
 from root_folder import BOOTFORGE, PROFILE
 
@@ -286,6 +287,31 @@ class Tools(DaemonCase):
         host.run(CHKCONFIG, "--add-launchers")
         for group in ("init/a.service", "...", ".a", "a..b"):
             self.assertEqual(host.run(f"{LINKS}/ordinary", f"++group={group}", "start").status, 0)
+
+    def test_a_script_that_cannot_be_looked_at_is_told_and_the_others_are_listed(self):
+        host = self.daemon_host()
+        self.script(host, "header", 42)
+        os.symlink("turning", host.path("/etc/init.d/turning"))
+        os.symlink("gone", host.path("/etc/init.d/dangling"))  # is no script, and no mistake
+        listed = host.run(CHKCONFIG, "-p")
+        self.assertEqual(listed.stderr.decode(),
+                         "chkconfig: /etc/init.d/turning: Too many levels of symbolic links\n")
+        self.assertEqual(listed.stdout.decode().splitlines(),
+                         ["/etc/init.d/evtd 1", "/etc/init.d/header 42", "/etc/init.d/hvsyslogd 1"])
+        self.assertEqual(listed.status, 1)
+        self.assertEqual(host.run(CHKCONFIG, "--add-launchers").status, 1)
+        self.assertEqual(sorted(host.listing(LINKS)), ["evtd", "header", "hvsyslogd"])
+
+    def test_a_script_that_cannot_be_read_is_told_and_the_others_are_listed(self):
+        host = self.daemon_host()
+        host.write("/etc/init.d/secret", "#!/bin/sh\n# chkconfig: 2345 30 10\n", 0o111)
+        listed = host.run(CHKCONFIG, "-p", dropped=[isolation.CAP_DAC_OVERRIDE,
+                                                    isolation.CAP_DAC_READ_SEARCH])
+        self.assertEqual(listed.stderr.decode(),
+                         "chkconfig: /etc/init.d/secret: Permission denied\n")
+        self.assertEqual(listed.stdout.decode().splitlines(),
+                         ["/etc/init.d/evtd 1", "/etc/init.d/hvsyslogd 1"])
+        self.assertEqual(listed.status, 1)
 
     def test_usage_errors_say_how_it_is_used(self):
         host = self.daemon_host()

@@ -52,29 +52,62 @@ struct Script {
   int priority;
 };
 
-std::optional<int> priorityOf(const std::string& name, const std::string& path) {
+/// The scripts that have a priority, by name.
+struct Listing {
+  std::vector<Script> scripts;
+  bool complete = true;
+};
+
+/// Says what could not be looked at; the list goes on without it.
+void miss(Listing& listing, const std::string& path, const std::string& reason) {
+  std::fprintf(stderr, "chkconfig: %s: %s\n", path.c_str(), reason.c_str());
+  listing.complete = false;
+}
+
+/// The content of a file, or nothing and errno.
+std::optional<std::string> readFile(const std::string& path) {
+  errno = EIO;
   std::ifstream file(path);
-  const std::string script{std::istreambuf_iterator<char>(file), {}};
-  if (const auto priority = bootforge::startPriorityIn(script)) return priority;
+  if (!file) return std::nullopt;
+  std::string text{std::istreambuf_iterator<char>(file), {}};
+  if (file.bad()) return std::nullopt;
+  return text;
+}
+
+std::optional<int> priorityOf(const std::string& name, const std::string& path, Listing& listing) {
+  const std::optional<std::string> script = readFile(path);
+  if (!script) {
+    miss(listing, path, std::strerror(errno));
+    return std::nullopt;
+  }
+  if (const auto priority = bootforge::startPriorityIn(*script)) return priority;
   for (const char* level : kRunLevels) {
     boost::system::error_code error;
     for (const auto& entry : fs::directory_iterator(level, error)) {
       const std::string link = entry.path().filename().string();
       if (const auto number = bootforge::startNumberOf(link, name)) return number;
     }
+    if (error && error != boost::system::errc::no_such_file_or_directory) {
+      miss(listing, level, error.message());
+    }
   }
   return std::nullopt;
 }
 
-/// Every script that has a priority, by name. Throws fs::filesystem_error.
-std::vector<Script> listScripts() {
-  std::vector<Script> scripts;
+/// Throws fs::filesystem_error when the folder of the scripts cannot be read.
+Listing listScripts() {
+  Listing listing;
+  std::vector<Script>& scripts = listing.scripts;
   for (const auto& entry : fs::directory_iterator(kScripts)) {
     const std::string path = entry.path().string();
     const std::string name = entry.path().filename().string();
     struct stat status {};
-    if (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode) ||
-        (status.st_mode & (S_IXUSR | S_IXGRP | S_IXOTH)) == 0) {
+    if (::stat(path.c_str(), &status) != 0) {
+      // A link that leads nowhere is no script.
+      if (errno != ENOENT) miss(listing, path, std::strerror(errno));
+      continue;
+    }
+    if (!S_ISREG(status.st_mode) || (status.st_mode & (S_IXUSR | S_IXGRP | S_IXOTH)) == 0) {
       continue;
     }
     if (name.find_first_of(" \t\n\v\f\r") != std::string::npos) {
@@ -82,11 +115,11 @@ std::vector<Script> listScripts() {
                    path.c_str());
       continue;
     }
-    if (const auto priority = priorityOf(name, path)) scripts.push_back({name, *priority});
+    if (const auto priority = priorityOf(name, path, listing)) scripts.push_back({name, *priority});
   }
   std::sort(scripts.begin(), scripts.end(),
             [](const Script& one, const Script& other) { return one.name < other.name; });
-  return scripts;
+  return listing;
 }
 
 std::string linkOf(const std::string& name) { return std::string(kLauncherLinks) + '/' + name; }
@@ -103,19 +136,22 @@ int flushed() {
 }
 
 int print() {
-  for (const Script& script : listScripts()) {
+  const Listing listing = listScripts();
+  for (const Script& script : listing.scripts) {
     const std::string link = linkOf(script.name);
     const std::string path =
         isLauncherLink(link) ? link : std::string(kScripts) + '/' + script.name;
     std::printf("%s %d\n", path.c_str(), script.priority);
   }
-  return flushed();
+  const int result = flushed();
+  return listing.complete ? result : 1;
 }
 
 int addLaunchers() {
-  int result = 0;
   fs::create_directories(kLauncherLinks);
-  for (const Script& script : listScripts()) {
+  const Listing listing = listScripts();
+  int result = listing.complete ? 0 : 1;
+  for (const Script& script : listing.scripts) {
     const std::string link = linkOf(script.name);
     if (isLauncherLink(link)) continue;
     boost::system::error_code error;

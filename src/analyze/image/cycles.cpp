@@ -10,8 +10,7 @@ namespace {
 using Index = WaitGraph::Index;
 using Indices = WaitGraph::Indices;
 
-constexpr Index kNoNode = std::numeric_limits<Index>::max();
-constexpr std::size_t kNoCycle = std::numeric_limits<std::size_t>::max();
+constexpr Index kNone = std::numeric_limits<Index>::max();
 // Where thousands wait for each other in a tangle, looking for a shorter cycle ends some time.
 constexpr std::size_t kMostSteps = 100'000'000;
 
@@ -22,7 +21,7 @@ std::vector<Indices> groupsOf(const WaitGraph& graph) {
     Index node;
     std::size_t next;
   };
-  std::vector<Index> number(graph.size(), kNoNode);
+  std::vector<Index> number(graph.size(), kNone);
   std::vector<Index> low(graph.size(), 0);
   std::vector<char> isOpen(graph.size(), 0);
   Indices open;
@@ -34,7 +33,7 @@ std::vector<Indices> groupsOf(const WaitGraph& graph) {
     isOpen[node] = 1;
   };
   for (Index root = 0; root < graph.size(); ++root) {
-    if (number[root] != kNoNode || graph.isDone(root)) continue;
+    if (number[root] != kNone || graph.isDone(root)) continue;
     std::vector<Frame> frames{{root, 0}};
     enter(root);
     while (!frames.empty()) {
@@ -43,7 +42,7 @@ std::vector<Indices> groupsOf(const WaitGraph& graph) {
       if (frames.back().next < others.size()) {
         const Index other = others[frames.back().next++];
         if (graph.isDone(other)) continue;
-        if (number[other] == kNoNode) {
+        if (number[other] == kNone) {
           enter(other);
           frames.push_back({other, 0});
         } else if (isOpen[other]) {
@@ -55,7 +54,7 @@ std::vector<Indices> groupsOf(const WaitGraph& graph) {
       if (!frames.empty()) low[frames.back().node] = std::min(low[frames.back().node], low[node]);
       if (low[node] != number[node]) continue;
       Indices group;
-      Index member = kNoNode;
+      Index member = kNone;
       do {
         member = open.back();
         open.pop_back();
@@ -83,7 +82,7 @@ Indices pluginsByName(const WaitGraph& graph, const Indices& group) {
 class ShortestChains {
  public:
   explicit ShortestChains(const WaitGraph& graph)
-      : graph_(graph), ties_(graph.size()), from_(graph.size(), kNoNode) {}
+      : graph_(graph), ties_(graph.size()), from_(graph.size(), kNone) {}
 
   /// Of the nodes of a group; `plugins` are those that may stand at its ends, the best first.
   Indices find(const Indices& group, const Indices& plugins) {
@@ -145,28 +144,32 @@ class ShortestChains {
   /// By breadth, in the direction of waiting, until a node meets itself. Empty where every such
   /// chain is as long as `limit` at least, which is 0 for none.
   Indices throughNode(Index start, std::size_t limit) {
-    Indices reached{start};
-    std::vector<std::size_t> depth{1};
+    struct Step {
+      Index node;
+      std::size_t depth;
+    };
+    std::vector<Step> reached;
+    reached.push_back({start, 1});
     Indices chain;
     for (std::size_t i = 0; i < reached.size() && chain.empty(); ++i) {
-      if (limit != 0 && depth[i] + 1 >= limit) break;
-      for (const Index other : graph_.prerequisites(reached[i])) {
+      const auto [node, depth] = reached[i];
+      if (limit != 0 && depth + 1 >= limit) break;
+      for (const Index other : graph_.prerequisites(node)) {
         ++steps_;
         if (!isOpen(other)) continue;
         if (other == start) {
           chain.push_back(start);
-          for (Index node = reached[i]; node != start; node = from_[node]) chain.push_back(node);
+          for (Index step = node; step != start; step = from_[step]) chain.push_back(step);
           chain.push_back(start);
           std::reverse(chain.begin(), chain.end());
           break;
         }
-        if (from_[other] != kNoNode) continue;
-        from_[other] = reached[i];
-        reached.push_back(other);
-        depth.push_back(depth[i] + 1);
+        if (from_[other] != kNone) continue;
+        from_[other] = node;
+        reached.push_back({other, depth + 1});
       }
     }
-    for (const Index node : reached) from_[node] = kNoNode;
+    for (const Step& step : reached) from_[step.node] = kNone;
     return chain;
   }
 
@@ -179,7 +182,7 @@ class ShortestChains {
 }  // namespace
 
 Cycles::Cycles(const WaitGraph& graph)
-    : around_(graph.size(), kNoCycle), before_(graph.size(), kNoCycle) {
+    : around_(graph.size(), kNone), before_(graph.size(), kNone) {
   struct Group {
     Indices nodes;
     Indices plugins;
@@ -194,8 +197,8 @@ Cycles::Cycles(const WaitGraph& graph)
   });
 
   ShortestChains chains(graph);
-  std::vector<std::size_t> reachedFrom(graph.size(), kNoCycle);
-  for (std::size_t number = 0; number < groups.size(); ++number) {
+  Indices reachedFrom(graph.size(), kNone);
+  for (Index number = 0; number < groups.size(); ++number) {
     Group& group = groups[number];
     Cycle& cycle = cycles_.emplace_back();
     cycle.chain = chains.find(group.nodes, group.plugins);
@@ -208,7 +211,7 @@ Cycles::Cycles(const WaitGraph& graph)
         reachedFrom[other] = number;
         reached.push_back(other);
         if (!graph.isBarrier(other)) ++cycle.blocked;
-        if (before_[other] == kNoCycle) before_[other] = number;
+        if (before_[other] == kNone) before_[other] = number;
       }
     }
     reached = {};
@@ -216,11 +219,11 @@ Cycles::Cycles(const WaitGraph& graph)
 }
 
 const Cycle* Cycles::around(Index index) const {
-  return around_[index] == kNoCycle ? nullptr : &cycles_[around_[index]];
+  return around_[index] == kNone ? nullptr : &cycles_[around_[index]];
 }
 
 const Cycle* Cycles::before(Index index) const {
-  return before_[index] == kNoCycle ? nullptr : &cycles_[before_[index]];
+  return before_[index] == kNone ? nullptr : &cycles_[before_[index]];
 }
 
 }  // namespace bootforge::analyze

@@ -28,8 +28,8 @@ class Cycles {
 
  private:
   std::vector<Cycle> cycles_;
-  std::vector<std::size_t> around_;  // by node: which cycle, or kNone
-  std::vector<std::size_t> before_;
+  WaitGraph::Indices around_;  // by node: which cycle
+  WaitGraph::Indices before_;
 };
 
 }  // namespace bootforge::analyze

@@ -37,7 +37,7 @@ std::string asJson(const Timeline& timeline, const std::vector<ChainLink>& chain
 /// Whether the plugin before it on its worker still ran when it was ready. Otherwise the worker was
 /// free, and what it waited for is little more than the time that a choice takes.
 bool wasHeld(const Timeline& timeline, const ChainLink& link) {
-  return link.gap <= timeline.plugins[link.plugin].waitWorker;
+  return link.gap < timeline.plugins[link.plugin].waitWorker;
 }
 
 std::string asText(const Timeline& timeline, const std::vector<ChainLink>& chain,
@@ -51,11 +51,15 @@ std::string asText(const Timeline& timeline, const std::vector<ChainLink>& chain
     heldUp += link.after == ChainLink::After::Worker && wasHeld(timeline, link) ? 1 : 0;
   }
   const TimedPlugin& last = timeline.plugins[chain.back().plugin];
-  text += fmt::format("{} ended at {}: {} of it in {} that followed one another; ",
-                      printable(last.name), duration(last.end), duration(running),
-                      counted(chain.size(), "step"));
-  text += heldUp == 0 ? "none waited for a worker\n\n"
-                      : fmt::format("{} of them waited for a worker\n\n", heldUp);
+  if (chain.size() == 1) {
+    text += fmt::format("{} ended at {}, and had to wait for no other\n\n", printable(last.name),
+                        duration(last.end));
+  } else {
+    text += fmt::format("{} ended at {}: {} steps that followed one another took {}\n",
+                        printable(last.name), duration(last.end), chain.size(), duration(running));
+    text += heldUp == 0 ? "None of them waited for a worker\n\n"
+                        : fmt::format("{} of them waited for a worker\n\n", heldUp);
+  }
   TextTable table({">start", ">gap", ">run", "name", "because it waited for"});
   for (const ChainLink& link : chain) {
     const TimedPlugin& plugin = timeline.plugins[link.plugin];

@@ -38,7 +38,10 @@ Savings findSavings(const Timeline& timeline, const std::vector<KnownPlugin>& kn
     savings.modelError = static_cast<double>(savings.makespan - timeline.makespan) /
                          static_cast<double>(timeline.makespan);
   }
-  const std::size_t nodes = std::max(known.size(), timeline.plugins.size());
+  // Each event of a simulation looks at all workers, which is cheap until there are many.
+  constexpr std::size_t kCheapWorkers = 32;
+  const std::size_t nodes =
+      std::max(known.size(), timeline.plugins.size()) * (1 + timeline.workers / kCheapWorkers);
   std::size_t simulated = 0;
   for (const std::size_t index : mostPromising(timeline)) {
     const TimedPlugin& plugin = timeline.plugins[index];

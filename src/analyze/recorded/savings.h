@@ -27,8 +27,9 @@ struct Savings {
 };
 
 /// Works out what each plugin that ran would save, with no more than `mostNodes` nodes simulated in
-/// all: those of the critical chain first, then those with most work. Changes are by name, as those
-/// of the command `simulate` are: plugins of one name are changed together.
+/// all, or fewer where there are many workers: those of the critical chain first, then those with
+/// most work. Changes are by name, as those of the command `simulate` are: plugins of one name are
+/// changed together.
 Savings findSavings(const Timeline& timeline, const std::vector<KnownPlugin>& known,
                     std::size_t mostNodes);
 

@@ -193,6 +193,14 @@ std::string joined(const std::vector<std::string>& names, const char* separator)
   return text;
 }
 
+/// The first few of them.
+std::string someOf(const std::vector<std::string>& names) {
+  constexpr std::size_t kShown = 4;
+  if (names.size() <= kShown + 1) return joined(names, ", ");
+  const std::vector<std::string> few(names.begin(), names.begin() + kShown);
+  return fmt::format("{} and {} more", joined(few, ", "), names.size() - kShown);
+}
+
 /// The answer in a sentence: what holds most of the others up.
 std::string firstSuspect(const Running& plugin, const TextStyle& style) {
   std::string text = "The boot waits for " + coloured(printable(plugin.name), Colour::Bold, style);
@@ -231,7 +239,7 @@ std::string asText(const std::vector<Running>& running, const std::vector<Waitin
       for (const Missing& missing : plugin.missing) {
         const bool isFirst = &missing == &plugin.missing.front();
         table.add({isFirst ? printable(plugin.name) : "",
-                   printable(missing.milestone) + ", from " + joined(missing.plugins, ", ")});
+                   printable(missing.milestone) + ", from " + someOf(missing.plugins)});
       }
     }
     text += '\n' + table.text(style);

@@ -1,5 +1,6 @@
 #include "platform/config_store.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <fts.h>
 #include <sys/stat.h>
@@ -9,6 +10,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "platform/linux/descriptor.h"
 #include "platform/log.h"
@@ -36,6 +38,19 @@ bool isMount(const FTSENT& entry, dev_t device) {
   return entry.fts_statp->st_dev != device;
 }
 
+/// 0, ENOTEMPTY, or why a folder cannot be listed.
+int whyNotEmpty(const char* folder) {
+  const std::unique_ptr<DIR, decltype([](DIR* list) { ::closedir(list); })> list(::opendir(folder));
+  if (!list) return errno;
+  for (;;) {
+    errno = 0;
+    const dirent* const entry = ::readdir(list.get());
+    if (entry == nullptr) return errno;
+    const std::string_view name(entry->d_name);
+    if (name != "." && name != "..") return ENOTEMPTY;
+  }
+}
+
 /// Removes everything below a folder, in one walk without recursion.
 class Cleaning {
  public:
@@ -44,9 +59,16 @@ class Cleaning {
     // Links are not followed, and the working directory is not left: other threads have it too.
     const Walk walk(::fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, nullptr));
     if (!walk) fail(std::string("what is below ") + folder, host_linux::errorText(errno));
-    while (FTSENT* entry = ::fts_read(walk.get())) visit(walk.get(), *entry);
+    bool somethingStays = false;
+    while (FTSENT* entry = ::fts_read(walk.get())) {
+      visit(walk.get(), *entry);
+      if (entry->fts_level == FTS_ROOTLEVEL) somethingStays = entry->fts_number != 0;
+    }
     // It is set to 0 at the end of the walk.
     if (errno != 0) fail(std::string("what is below ") + folder, host_linux::errorText(errno));
+    // A listing that fails looks to the walk like one that has ended.
+    const int error = somethingStays ? 0 : whyNotEmpty(folder);
+    if (error != 0) fail(std::string("what is below ") + folder, host_linux::errorText(error));
     if (failures_ == 1) throw std::runtime_error(firstFailure_);
     if (failures_ > 1) {
       throw std::runtime_error(firstFailure_ + ", and " + std::to_string(failures_ - 1) +

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "platform/linux/descriptor.h"
+#include "platform/log.h"
 
 namespace {
 
@@ -23,7 +24,9 @@ using Key = std::tuple<int, int, PollCallback, void*, int>;
 
 class Registration : public std::enable_shared_from_this<Registration> {
  public:
-  Registration(asio::io_context& context, Key key) : key_(std::move(key)), device_(context) {}
+  /// Puts into `failure` why the device cannot be watched, when that comes to be known.
+  Registration(asio::io_context& context, boost::system::error_code& failure, Key key)
+      : key_(std::move(key)), device_(context), failure_(failure) {}
   // The device is the caller's and stays open.
   ~Registration() { remove(); }
   Registration(const Registration&) = delete;
@@ -46,7 +49,12 @@ class Registration : public std::enable_shared_from_this<Registration> {
   void wait() {
     device_.async_wait(asio::posix::stream_descriptor::wait_read,
                        [self = shared_from_this()](boost::system::error_code error) {
-                         if (!error && self->device_.is_open()) self->serve();
+                         if (!self->device_.is_open()) return;  // removed
+                         if (error) {
+                           self->failure_ = error;
+                         } else {
+                           self->serve();
+                         }
                        });
   }
 
@@ -60,12 +68,14 @@ class Registration : public std::enable_shared_from_this<Registration> {
 
   const Key key_;
   asio::posix::stream_descriptor device_;
+  boost::system::error_code& failure_;
 };
 
 struct Loop {
   asio::io_context context;
   asio::executor_work_guard<asio::io_context::executor_type> work{context.get_executor()};
   std::list<std::shared_ptr<Registration>> registrations;
+  boost::system::error_code failure;  // of any of them
 
   auto find(const Key& key) {
     auto entry = registrations.begin();
@@ -103,7 +113,7 @@ int Poll_Callback(int classSet, int flags, PollCallback callback, void* clientDa
   if (loop->find(key) != loop->registrations.end()) return EEXIST;
   if (int error = whyUnwatchable(device)) return error;
   try {
-    auto registration = std::make_shared<Registration>(loop->context, key);
+    auto registration = std::make_shared<Registration>(loop->context, loop->failure, key);
     registration->watch(device);
     loop->registrations.push_back(std::move(registration));
   } catch (const boost::system::system_error& error) {  // out of descriptors
@@ -127,7 +137,12 @@ void Poll_Loop(int, bool* stop, int) {
   Loop* loop = theLoop;
   if (!loop) return;
   // Whoever sets it from another thread does so atomically and then calls Poll_NotifyChange.
-  while (!std::atomic_ref(*stop).load()) loop->context.run_one();
+  while (!std::atomic_ref(*stop).load() && !loop->failure) loop->context.run_one();
+  if (loop->failure) {
+    // Nobody would be called back any more. Whoever waits for that is better off without us.
+    Log_Level(2, "the poll loop ends, a descriptor cannot be watched: %s\n",
+              loop->failure.message().c_str());
+  }
 }
 
 void Poll_NotifyChange(int) {

@@ -462,6 +462,22 @@ class Page(browser.BrowserTest):
         self.assertEqual(self.chosen(), "left")
         self.assertIn("no messages were given", self.text("#problems"))
 
+    def test_many_workers_and_failures_stay_in_bounds(self):
+        root = self.folder / "wide"
+        names = [f"plugin-{number}" for number in range(1200)]
+        messages = boots.write_boot(root, {}, [(name, number, 5000) for number, name in enumerate(names)],
+                                    "".join(f"bootforge: Bootforge plugin {name} activation failed: x\n"
+                                            for name in names[:50]))
+        self.open(self.make("wide.html", "--root", root, "--messages", messages))
+        self.assertLess(self.find("canvas").size["height"], 5000)
+        self.assertEqual(len(self.texts("#problems .bad > ul > li")), 20)
+        self.assertEqual(self.text("#problems summary"), "30 more")
+        self.assertIsNone(self.find("#problems details").get_attribute("open"))
+        before = self.picture()
+        self.find(".timeline").send_keys(Keys.END, Keys.ARROW_UP, "+")
+        self.assertEqual(self.chosen(), "plugin-1198")
+        self.assertNotEqual(self.picture(), before)
+
     def test_daemon_run_speaks_of_scripts(self):
         root = self.folder / "daemons"
         boots.write_boot(root, {}, [])

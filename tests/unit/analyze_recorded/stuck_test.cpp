@@ -59,6 +59,20 @@ TEST(Stuck, TextNamesWhatHoldsMostUpFirst) {
             "The boot waits for free\n1 pl");
 }
 
+TEST(Stuck, TextShowsAFewOfManyThatAreMissing) {
+  std::vector<KnownPlugin> known = {native("last", {"M"})};
+  for (const char* name : {"a", "b", "c", "d", "e"}) known.push_back(native(name, {}, {"M"}));
+  const auto textOf = [&] {
+    KnownNames names;
+    for (const KnownPlugin& plugin : known) names.add(plugin.name);
+    const std::string capture = "bootforge: Activating Bootforge plugin a.\n";
+    return showStuck(known, readMessages(capture, names, WhichRun::Last), Format::Text, {}).output;
+  };
+  EXPECT_THAT(textOf(), testing::HasSubstr("last     M, from a, b, c, d, e\n"));
+  known.push_back(native("f", {}, {"M"}));
+  EXPECT_THAT(textOf(), testing::HasSubstr("last     M, from a, b, c, d and 2 more\n"));
+}
+
 TEST(Stuck, NothingIsStuckInAWholeBoot) {
   const Answer answer = answerTo({native("a"),
                                   [] {

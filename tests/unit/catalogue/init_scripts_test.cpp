@@ -120,12 +120,19 @@ TEST_F(InitScriptList, WithoutTheToolThereAreNoScripts) {
   EXPECT_THAT(enumerateInitScripts(), IsEmpty());
 }
 
-TEST_F(InitScriptList, APipeThatCannotBeHadGivesNoScripts) {
+TEST_F(InitScriptList, AToolThatCannotBeStartedGivesNoScriptsAndIsTold) {
   install("/a 7\n");
   doubles::failCall("pipe", {EMFILE});
   EXPECT_THAT(enumerateInitScripts(), IsEmpty());
   doubles::failCall("posix_spawn", {EAGAIN});
   EXPECT_THAT(enumerateInitScripts(), IsEmpty());
+  EXPECT_THAT(
+      doubles::records(),
+      ElementsAre(doubles::logLine(3, "unable to run /bin/chkconfig -p: Too many open files.\n"),
+                  doubles::logLine(3,
+                                   "unable to run /bin/chkconfig -p: Resource temporarily "
+                                   "unavailable.\n")));
+  doubles::reset();
 }
 
 TEST_F(InitScriptList, APipeInThePlaceOfStandardInputIsClosedAndNotRead) {

@@ -304,6 +304,37 @@ TEST_F(Server, TheClientsStopEndsIt) {
   EXPECT_EQ(logRecords().back(), logLine(5, "Executor already gone.\n"));
 }
 
+// Otherwise a run right behind another one finds the executor that is about to end, and loses the
+// command that it sends there.
+TEST_F(Server, NobodyCanConnectOnceAStopIsAcknowledged) {
+  for (int run = 0; run < 30; ++run) {
+    startExecutor();
+    HypcliExecutor::instance().stop();
+    ASSERT_FALSE(HypcliExecutor::instance().connectToExecutor(false)) << "in run " << run;
+    ASSERT_EQ(errno, ECONNREFUSED);
+  }
+}
+
+TEST_F(Server, WhoHasConnectedBeforeAStopIsServed) {
+  script().commands["slow"] = doubles::waitsForFile("/go");
+  const Process& executor = startExecutor();
+  RawClient client;
+  client.send("slow");
+  ASSERT_TRUE(waitForRecord(cli("ExecuteCommand bootforge: slow")));
+  RawClient stopper;
+  stopper.send("stop");
+  RawClient second;
+  RawClient third;
+  third.send("third");
+  test::writeFile("/go", "");
+  EXPECT_TRUE(stopper.ended());
+  second.send("second");
+  EXPECT_EQ(second.status(), 0);
+  EXPECT_EQ(third.status(), 0);
+  EXPECT_THAT(executed(), ElementsAre("slow", "second", "third"));
+  EXPECT_TRUE(executor.waitForEnd());
+}
+
 TEST_F(Server, AStopAfterACommandWaitsForIt) {
   script().commands["slow"] = doubles::waitsForFile("/go");
   const Process& executor = startExecutor();

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <filesystem>
 #include <thread>
@@ -314,6 +315,30 @@ TEST_F(Start, HoldsItsLockUntilTheExecutorListens) {
   struct stat status {};
   ASSERT_EQ(::fstat(lock.get(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777, mode_t{0600});
+}
+
+// Otherwise a run that starts at that moment takes the socket for a stale one, between bind(2) and
+// listen(2): two executors, one of which nobody can reach to end it.
+TEST_F(Start, TheExecutorHoldsTheLockUntilItListensThoughItsStarterIsGone) {
+  // It goes on trying to take its log for standard output for as long as we like.
+  failCall("dup2", {.error = EINTR, .times = INT_MAX});
+  const pid_t starter = ::fork();
+  if (starter == 0) {
+    doubles::afterCall("fork", [] { ::_exit(0); });
+    HypcliExecutor::instance().start();
+    ::_exit(1);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(starter, &status, 0), starter);
+  EXPECT_EQ(status, 0);
+  while (callCount("dup2") < 100) std::this_thread::yield();
+  const UniqueFd lock(::open(kLock, O_RDWR | O_CLOEXEC));
+  EXPECT_EQ(::flock(lock.get(), LOCK_EX | LOCK_NB), -1);
+  EXPECT_EQ(errno, EWOULDBLOCK);
+  failCall("dup2", {.error = EINTR, .times = 0});
+  EXPECT_EQ(::flock(lock.get(), LOCK_EX), 0);
+  EXPECT_EQ(statusOf("a"), 0) << "it listened before it gave the lock back";
+  EXPECT_TRUE(doubles::waitForRecord(kPolling));
 }
 
 TEST_F(Start, WithoutALockTheExecutorIsStartedAllTheSame) {

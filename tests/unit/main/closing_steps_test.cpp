@@ -159,6 +159,18 @@ TEST_F(SyslogReload, AnyKindOfOldConfigurationCounts) {
   EXPECT_TRUE(exists("/tmp/upgraded"));
 }
 
+TEST_F(SyslogReload, AnOldConfigurationThatCannotBeLookedForIsTold) {
+  writeOwnPid();
+  std::filesystem::create_symlink("syslog.conf", "/etc/syslog.conf");
+  writeFile(kUpgrade, "#!/bin/sh\n: > /tmp/upgraded\n", 0755);
+  reloadSyslogDaemon();
+  EXPECT_FALSE(exists("/tmp/upgraded"));
+  EXPECT_EQ(reloads, 1);
+  EXPECT_THAT(records(), ElementsAre(logLine(3,
+                                             "unable to look for /etc/syslog.conf: Too many "
+                                             "levels of symbolic links.\n")));
+}
+
 TEST_F(SyslogReload, WithoutAnOldConfigurationNothingIsUpgraded) {
   writeOwnPid();
   writeFile(kUpgrade, "#!/bin/sh\n: > /tmp/upgraded\n", 0755);

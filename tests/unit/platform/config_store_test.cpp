@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,6 +15,7 @@
 
 #include "platform/dictionary.h"
 #include "platform/log.h"
+#include "tests/support/refused_call.h"
 #include "tests/support/scratch_root.h"
 #include "tests/unit/platform/child.h"
 #include "tests/unit/platform/wrapped_calls.h"
@@ -130,6 +132,17 @@ Finished cleanUp() {
     Dictionary_Free(config);
     std::fputs(failureOf(HypConfigStore::CleanupBootState).c_str(), stderr);
   });
+}
+
+// To fts(3) a listing that fails is one that has ended.
+TEST_F(BootState, AListingThatFailsIsAFailure) {
+  writeFile(kBootState + "/a/file", "");
+  Finished child = runInChild([] {
+    if (!refuse(SYS_getdents64, EIO)) GTEST_SKIP() << "system calls cannot be refused here";
+    EXPECT_EQ(failureOf(HypConfigStore::CleanupBootState),
+              "cannot remove what is below " + kBootState + ": Input/output error");
+  });
+  EXPECT_EQ(child.status, 0) << child.out;
 }
 
 TEST_F(BootState, LeavesAMountedFileSystemAloneAndCleansBesideIt) {

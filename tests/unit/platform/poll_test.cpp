@@ -1,6 +1,7 @@
 #include "platform/poll.h"
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -14,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/log.h"
 #include "tests/support/scratch_root.h"
 #include "tests/unit/platform/child.h"
 #include "tests/unit/platform/wrapped_calls.h"
@@ -75,6 +77,25 @@ TEST(Poll, CallsBackForEachReadableEventUntilTheStopFlagIsSet) {
     Poll_Loop(kClass, &reader.stop, 0);
     EXPECT_EQ(reader.seen, "abcs");
   });
+}
+
+// Otherwise the executor would listen for ever and serve nobody.
+TEST(Poll, ADeviceThatCannotBeWatchedEndsTheLoop) {
+  Finished child = runInChild([] {
+    Reader reader;
+    Poll_InitDefault();
+    ioctlError = EIO;  // it cannot be made non-blocking, which is tried behind the call
+    ASSERT_EQ(watch(Reader::readByte, &reader, reader.device), 0);
+    ioctlError = 0;
+    ASSERT_TRUE(Log_AddOutput(Log_NewStdioOutput("bootforge", nullptr, 0)));
+    reader.say("abs");
+    Poll_Loop(kClass, &reader.stop, 0);
+    EXPECT_EQ(reader.seen, "");
+    EXPECT_FALSE(reader.stop);
+  });
+  EXPECT_EQ(child.status, 0) << child.err;
+  EXPECT_THAT(child.out, testing::EndsWith(": the poll loop ends, a descriptor cannot be watched: "
+                                           "Input/output error\n"));
 }
 
 struct Server {

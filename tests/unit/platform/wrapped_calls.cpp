@@ -17,6 +17,7 @@ namespace bootforge::test {
 
 WriteBehaviour writeBehaviour;
 int epollCreations = -1;
+int ioctlError = 0;
 std::atomic<int> pollCalls = 0;
 PidfdBehaviour pidfdBehaviour;
 RemovalBehaviour removals;
@@ -41,6 +42,7 @@ int unblockedAtFchdir() { return *unblocked; }
 
 using bootforge::test::closeRangeError;
 using bootforge::test::epollCreations;
+using bootforge::test::ioctlError;
 using bootforge::test::pidfdBehaviour;
 using bootforge::test::pollCalls;
 using bootforge::test::removals;
@@ -52,6 +54,7 @@ extern "C" {
 
 ssize_t __real_write(int fd, const void* data, size_t size);
 int __real_epoll_create1(int flags);
+int __real_ioctl(int fd, unsigned long request, ...);
 int __real_poll(pollfd* descriptors, nfds_t count, int timeout);
 long __real_syscall(long number, ...);
 int __real_fchdir(int fd);
@@ -63,6 +66,7 @@ int __real_unlinkat(int directory, const char* path, int flags);
 
 ssize_t __wrap_write(int fd, const void* data, size_t size);
 int __wrap_epoll_create1(int flags);
+int __wrap_ioctl(int fd, unsigned long request, ...);
 int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout);
 long __wrap_syscall(long number, ...);
 int __wrap_fchdir(int fd);
@@ -90,6 +94,16 @@ int __wrap_epoll_create1(int flags) {
   }
   if (epollCreations > 0) --epollCreations;
   return __real_epoll_create1(flags);
+}
+
+int __wrap_ioctl(int fd, unsigned long request, ...) {
+  va_list arguments;
+  va_start(arguments, request);
+  void* const argument = va_arg(arguments, void*);
+  va_end(arguments);
+  if (ioctlError == 0) return __real_ioctl(fd, request, argument);
+  errno = ioctlError;
+  return -1;
 }
 
 int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {

@@ -19,6 +19,9 @@ extern WriteBehaviour writeBehaviour;
 /// How many more calls of epoll_create1(2) succeed before they fail with EMFILE; -1 = all.
 extern int epollCreations;
 
+/// The errno that ioctl(2) fails with from now on; 0 = it works.
+extern int ioctlError;
+
 /// How often poll(2) was called in this process.
 extern std::atomic<int> pollCalls;
 

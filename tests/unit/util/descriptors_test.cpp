@@ -1,20 +1,16 @@
 // The descriptors of children, and of the program at its start.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
-#include <iterator>
 
 #include "tests/double/faults.h"
 #include "tests/support/own_process.h"
+#include "tests/support/refused_call.h"
 #include "tests/support/scratch_root.h"
 #include "util/standard_streams.h"
 #include "util/unique_fd.h"
@@ -48,19 +44,6 @@ TEST(OtherDescriptors, AreClosedWhenTheStandardStreamsAreMissing) {
     expectOthersToBeClosed();
     EXPECT_FALSE(isOpen(STDIN_FILENO));
   });
-}
-
-/// Makes one system call fail in this process from now on.
-bool refuse(int call, int error) {
-  sock_filter program[] = {
-      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(error)),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-  };
-  const sock_fprog filter{static_cast<unsigned short>(std::size(program)), program};
-  return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-         ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter, 0, 0) == 0;
 }
 
 // Kernels before 5.9 have no close_range(2).

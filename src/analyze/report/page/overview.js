@@ -4,6 +4,8 @@ import { element, nameText, pluginLink, section } from "./dom.js";
 import { counted, duration, percent, printable } from "./format.js";
 import { executorLoad } from "./model.js";
 
+const MOST_FAILURES = 20; // that are not folded
+
 const total = (entries, value) => entries.reduce((sum, entry) => sum + value(entry), 0);
 
 /** The boot in a few numbers. */
@@ -52,7 +54,10 @@ function failures(model) {
   if (failed.length > 0) {
     const items = failed.map((plugin) => [pluginLink(plugin), ": ", nameText(plugin.reason)]);
     const title = counted(failed.length, `failed ${model.noun}`);
-    return element("div", { class: "bad" }, element("h3", {}, title), list(items));
+    const more = items.slice(MOST_FAILURES);
+    const rest = more.length > 0 ? folded(`${more.length} more`, more) : null;
+    const first = list(items.slice(0, MOST_FAILURES));
+    return element("div", { class: "bad" }, element("h3", {}, title), first, rest);
   }
   const known = model.has_messages;
   return element(

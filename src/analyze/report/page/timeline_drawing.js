@@ -15,8 +15,9 @@ function readColours(canvas) {
   return Object.fromEntries(COLOURS.map((name) => [name, style.getPropertyValue(`--${name}`)]));
 }
 
-/** Lanes get lower when there are many. */
+/** Lanes get lower when there are many: a browser draws no picture of any height. */
 export function laneHeight(workers) {
+  if (workers > 300) return Math.max(1, Math.floor(3600 / workers));
   return Math.max(12, Math.min(26, Math.floor(640 / Math.max(1, workers))));
 }
 
@@ -103,8 +104,9 @@ export class TimelineDrawing {
     const left = this.x(plugin.start);
     const right = Math.max(left + 1, this.x(plugin.end));
     if (right < GUTTER || left > this.width) return;
-    const top = this.y(plugin.worker) + 1;
-    const height = lane - 2;
+    const gap = lane > 6 ? 1 : 0;
+    const top = this.y(plugin.worker) + gap;
+    const height = lane - 2 * gap;
     const failed = plugin.result === "failed";
     pen.fillStyle = colours[failed ? "failed" : plugin.onChain ? "chain" : "run"];
     const width = right - left;
@@ -164,7 +166,7 @@ export class TimelineDrawing {
     pen.fillRect(0, AXIS, GUTTER - 2, workers * lane + EXECUTOR);
     pen.fillStyle = colours.faint;
     pen.textAlign = "right";
-    const every = lane < 14 ? 2 : 1;
+    const every = Math.ceil(14 / lane);
     for (let worker = 0; worker < workers; worker += every) {
       pen.fillText(String(worker), GUTTER - 8, this.y(worker) + lane / 2);
     }
