@@ -15,6 +15,13 @@
 namespace bootforge::analyze {
 namespace {
 
+/// Scripts that give every verb the same root need no exception for these.
+void addRootOption(CLI::App& verb, CommonOptions& options) {
+  verb.add_option("--root", options.root,
+                  "taken as by every verb, and changes nothing: the logs are the caller's files")
+      ->option_text("DIR");
+}
+
 // ---- diff and gate
 
 // Stands for "--" between the sides, which the parser would swallow. No file has this name.
@@ -87,6 +94,7 @@ void addComparison(CLI::App& app, int& status, bool isGate) {
   }
   verb->add_flag("--daemons", options->daemons, "the last daemon run of each log");
   addSectionOption(*verb, *options);
+  addRootOption(*verb, *options);
   addOutputOptions(*verb, *options, {"text", "json"});
   verb->callback([options, &status] { status = runCompare(*options); });
 }
@@ -133,6 +141,7 @@ void addFleet(CLI::App& app, int& status) {
       ->check(CLI::IsMember({"host"}));
   verb->add_flag("--daemons", options->daemons, "the last daemon run of each log");
   addSectionOption(*verb, *options);
+  addRootOption(*verb, *options);
   addOutputOptions(*verb, *options, {"text", "json"});
   verb->callback([options, &status] { status = runFleet(*options); });
 }

@@ -107,6 +107,31 @@ class OddInput(image.ImageCase):
                          2**63 - 1)
         self.assertIn("after 2562047788 h 0 min of kernel", self.analyze("blame").text)
 
+    # ---- many boots
+
+    def test_fleet_tells_why_a_file_counts_for_nothing(self):
+        log = self.caller("host.log", BOOT)
+        noise = self.image.path("/callers/noise")
+        self.image.put("/callers/noise", "noise\n")
+        missing = self.image.path("/callers/missing")
+        answer = self.run_plain("fleet", "--format", "json", log, noise, missing)
+        self.assertEqual((answer.status, answer.json["unreadable"]), (0, 2))
+        self.assertEqual(answer.error,
+                         f"bootforge-analyze: {noise}: this is no profiling log\n"
+                         f"bootforge-analyze: {missing}: No such file or directory\n")
+        answer = self.run_plain("fleet", "--section", "1", log)
+        self.assertEqual(answer.error, f"bootforge-analyze: {log}: there is no section 1: the log has "
+                         "1 section, counted from 0\n")
+
+    def test_every_verb_takes_a_root(self):
+        log = self.caller("host.log", BOOT)
+        for words in (["diff", log, "--", log], ["fleet", log],
+                      ["gate", "--max-regression", "5", log, "--", log]):
+            plain = self.run_plain(*words)
+            rooted = self.analyze(*words)
+            self.assertEqual((rooted.status, rooted.error), (0, ""))
+            self.assertEqual(rooted.bytes, plain.bytes)
+
     # ---- clocks
 
     def test_end_before_its_start_is_said_of_many_boots_too(self):

@@ -1,6 +1,7 @@
 #include "analyze/recorded/fleet.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <optional>
 #include <system_error>
@@ -11,7 +12,7 @@
 #include "analyze/recorded/gzip_text.h"
 #include "analyze/recorded/messages_reader.h"
 #include "util/regular_file.h"
-#include "util/utf8.h"
+#include "util/system_error.h"
 
 namespace bootforge::analyze {
 namespace {
@@ -62,7 +63,7 @@ void Fleet::addFolder(const std::string& folder) {
         files.push_back(entry->path());
       }
     }
-    if (error) noteUnreadable(current.string());
+    if (error) noteUnreadable(current.string(), systemErrorText(error.value()));
   }
   std::sort(files.begin(), files.end());
   for (const fs::path& file : files) {
@@ -71,15 +72,15 @@ void Fleet::addFolder(const std::string& folder) {
   }
 }
 
-void Fleet::noteUnreadable(const std::string& path) {
+void Fleet::noteUnreadable(const std::string& path, const std::string& reason) {
   ++unreadable_;
-  if (unreadablePaths_.size() < kToldPaths) unreadablePaths_.push_back(path);
+  if (unreadablePaths_.size() < kToldPaths) unreadablePaths_.push_back(path + ": " + reason);
 }
 
 void Fleet::addLog(const std::string& path, const std::string& host) {
   std::optional<std::string> content = readRegularFile(path.c_str());
   if (!content) {
-    noteUnreadable(path);
+    noteUnreadable(path, systemErrorText(errno));
     return;
   }
   const PlainText text = plainText(std::move(*content));
@@ -87,7 +88,7 @@ void Fleet::addLog(const std::string& path, const std::string& host) {
   std::string reason;
   const ProfileSection* const section = chooseSection(log, section_, daemons_, reason);
   if (section == nullptr) {
-    noteUnreadable(path);
+    noteUnreadable(path, log.sections.empty() ? "this is no profiling log" : reason);
     return;
   }
   ++read_;
@@ -157,9 +158,7 @@ Answer Fleet::answer(bool byHost, Format format, const TextStyle& style) {
   scoreHosts(view.hosts);
   Answer answer;
   answer.output = format == Format::Json ? fleetJson(view, byHost) : fleetText(view, byHost, style);
-  for (const std::string& path : unreadablePaths_) {
-    answer.notes.push_back(printable(path) + ": nothing in it can be read");
-  }
+  answer.notes = unreadablePaths_;
   if (unreadable_ > unreadablePaths_.size()) {
     answer.notes.push_back("and " + std::to_string(unreadable_ - unreadablePaths_.size()) +
                            " more that cannot be read");
