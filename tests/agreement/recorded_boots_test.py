@@ -2,7 +2,9 @@
 """Real boots, and what bootforge-analyze makes of their logs: both must agree.
 
 A host with plugins of every kind, which sleep and compute, is booted with one, two and four workers,
-each kind of boot three times; medians are compared, so that one disturbed boot does not decide.
+each kind of boot three times. The error of the model is the median of these. Of a change the shortest
+boots are compared, since what else the machine does only makes boots longer; where they do not agree,
+more boots of both kinds are made, twice at most.
 """
 
 import functools
@@ -25,6 +27,7 @@ ANALYZE = "/usr/bin/bootforge-analyze"
 LABOUR = "/usr/bin/labour"
 LINE = re.compile(r"^\[(.*) - .*\] (?:sysboot|daemon): (.*)$", re.M)
 BOOTS = 3
+ATTEMPTS = 3
 MODEL_ERROR = 0.05  # of the simulation of what was recorded
 CHANGE_ERROR = 0.10  # of what a change promises
 
@@ -95,6 +98,20 @@ class Recorded:
         return self.ask("simulate", "--workers", workers, *change)["runs"][0]
 
 
+class Series:
+    """Boots of one kind."""
+
+    def __init__(self, make):
+        self.make, self.boots = make, []
+        self.grow()
+
+    def grow(self):
+        self.boots += [self.make() for _ in range(BOOTS)]
+
+    def least(self):
+        return min(boot.makespan for boot in self.boots)
+
+
 class RecordedBoots(host_case.HostCase):
     def setUp(self):
         super().setUp()
@@ -145,57 +162,64 @@ class RecordedBoots(host_case.HostCase):
         self.assertEqual(run.status, 0)
         return Recorded(host, set(scripts), daemons=True)
 
-    def assert_near(self, got, wanted, share, what):
-        self.assertLessEqual(abs(got / wanted - 1), share, f"{what}: {got}, not {wanted} us")
-
-    def check_model(self, boots, workers):
+    def check_model(self, series, workers):
         """The boots as they were, by the model."""
+        boots = series.boots
         self.assertEqual(statistics.median(boot.workers for boot in boots), workers)
         errors = [boot.ask("simulate", "--workers", 1)["model_error"] for boot in boots]
         self.assertLessEqual(abs(statistics.median(errors)), MODEL_ERROR, errors)
         for boot, error in zip(boots, errors):
             again = boot.simulate(boot.workers)["makespan"]
-            self.assert_near(again, boot.makespan * (1 + error), 1e-5, "model_error")
+            self.assertAlmostEqual(again / (boot.makespan * (1 + error)), 1, places=5)
+            if workers == 1:
+                self.assertEqual(boot.simulate(1)["order"], boot.order)
 
-    def check_change(self, boots, workers, words, changed):
+    def check_change(self, series, workers, changed, words_of):
         """What the analyzer promises of the boots as they were, and what changed boots measure."""
-        promised = statistics.median(boot.simulate(workers, *words)["makespan"] for boot in boots)
-        measured = statistics.median(boot.makespan for boot in changed)
-        self.assert_near(promised, measured, CHANGE_ERROR, f"{workers} workers, {words}")
-        before = statistics.median(boot.makespan for boot in boots)
-        self.assertGreater(abs(before / measured - 1), CHANGE_ERROR / 2,
-                           f"{words} changes nothing, so nothing is shown")
+        for attempt in range(ATTEMPTS):
+            if attempt > 0:
+                series.grow()
+                changed.grow()
+            words = words_of(changed)
+            promised = min(boot.simulate(workers, *words)["makespan"] for boot in series.boots)
+            measured = changed.least()
+            if abs(promised / measured - 1) <= CHANGE_ERROR:
+                self.assertGreater(abs(series.least() / measured - 1), CHANGE_ERROR / 2,
+                                   f"{words} changes nothing, so nothing is shown")
+                return
+        self.fail(f"{workers} workers, {words}: {promised} us promised, {measured} us measured")
+
+    def check_set(self, series, workers, name, changed):
+        """One plugin takes longer. How long is measured too, because a busy machine adds to it."""
+        def words_of(changed):
+            return ["--set", f"{name}={min(boot.work[name] for boot in changed.boots)}"]
+        self.check_change(series, workers, changed, words_of)
+
+    def check_without(self, series, workers, name, changed):
+        self.check_change(series, workers, changed, lambda _: ["--without", name])
 
     def check_boots(self, workers):
         def several(plugins, *options):
-            return [self.recorded_boot(workers, plugins, *options) for _ in range(BOOTS)]
+            return Series(lambda: self.recorded_boot(workers, plugins, *options))
 
-        boots = several(BOOT)
-        self.check_model(boots, workers)
-        if workers == 1:
-            for boot in boots:
-                self.assertEqual(boot.simulate(1)["order"], boot.order)
+        series = several(BOOT)
+        self.check_model(series, workers)
         # A native plugin, longer; one with commands, longer; and one that is left out.
-        long = {**BOOT, "web": ("native", ["accounts", "storage"], [], 600, 0, 0)}
-        self.check_change(boots, workers, ["--set", "web=600000"], several(long))
-        busy = {**BOOT, "accounts": ("json", ["disk"], ["accounts"], 520, 20, 18)}
-        self.check_change(boots, workers, ["--set", "accounts=540000"], several(busy))
-        self.check_change(boots, workers, ["--without", "volumes"],
-                          several(BOOT, "--disable-plugins=volumes"))
+        self.check_set(series, workers, "web", several(
+            {**BOOT, "web": ("native", ["accounts", "storage"], [], 600, 0, 0)}))
+        self.check_set(series, workers, "accounts", several(
+            {**BOOT, "accounts": ("json", ["disk"], ["accounts"], 520, 20, 18)}))
+        self.check_without(series, workers, "volumes", several(BOOT, "--disable-plugins=volumes"))
 
     def check_daemons(self, workers):
         def several(scripts):
-            return [self.recorded_daemons(workers, scripts) for _ in range(BOOTS)]
+            return Series(lambda: self.recorded_daemons(workers, scripts))
 
-        boots = several(DAEMONS)
-        self.check_model(boots, workers)
-        if workers == 1:
-            for boot in boots:
-                self.assertEqual(boot.simulate(1)["order"], boot.order)
-        self.check_change(boots, workers, ["--set", "storing=600000"],
-                          several({**DAEMONS, "storing": (20, 600, 0)}))
-        rest = {name: script for name, script in DAEMONS.items() if name != "cleaning"}
-        self.check_change(boots, workers, ["--without", "cleaning"], several(rest))
+        series = several(DAEMONS)
+        self.check_model(series, workers)
+        self.check_set(series, workers, "storing", several({**DAEMONS, "storing": (20, 600, 0)}))
+        self.check_without(series, workers, "cleaning", several(
+            {name: script for name, script in DAEMONS.items() if name != "cleaning"}))
 
     def test_one_worker_takes_as_long_and_the_same_order(self):
         self.check_boots(1)

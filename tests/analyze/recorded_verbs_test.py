@@ -1,120 +1,16 @@
 #!/usr/bin/env python3
-"""The verbs of recorded boots, by the installed program's command line.
-
-recorded_verbs_test.py PROGRAM [TEST...]. Everything is written below a folder of its own.
-"""
+"""The verbs of recorded boots. Everything is written below a folder of its own."""
 
 import gzip
 import json
 import os
-import shutil
 import stat
-import struct
-import subprocess
-import sys
-import tempfile
-import unittest
-import xml.dom.minidom
-import zlib
-from pathlib import Path
 
-PROGRAM = ""
-BEGIN = 1772694250000000  # 2026-03-05 07:04:10
-FLAGS = " Verbose: 0\n Parallel: 1\n Randomize: 0\n Interactive Mode: 0\n Random Seed: 5\n"
+import recorded_case
+from recorded_case import BEGIN, BOOT, boot_log, daemon_log, RecordedCase
 
 
-def stamp(moment):
-    if moment is None:
-        return "1970-01-01 00:00:00.000000"
-    return f"2026-03-05 07:04:{10 + moment // 1000000:02d}.{moment % 1000000:06d}"
-
-
-def boot_log(lines):
-    text = "HVKernel Initialization Time: 7000000\n"
-    for name, start, end in lines:
-        text += f"[{stamp(start)} - {stamp(end)}] sysboot: {name}\n"
-    return (text + f"=== Bootforge configuration info ===\n Start: {stamp(0)}\n End: {stamp(9)}\n"
-            + FLAGS)
-
-
-def daemon_log(lines):
-    text = "".join(f"[{stamp(start)} - {stamp(end)}] daemon: {name}\n" for name, start, end in lines)
-    return (text + f"=== Daemon configuration info ===\n Start Daemon: {stamp(0)}\n"
-            f" End Daemon: {stamp(9)}\n" + FLAGS)
-
-
-BOOT = [("network", 0, 1200000), ("disk", 500, 800000), ("log", 800100, 1500000),
-        ("web", 1500020, 2900000), ("clock", 900, 1000), ("left", None, None)]
-
-
-def colours_of(png):
-    """The colours of a picture of eight bits a colour, with or without opacity."""
-    data, place, width, size_of_pixel = b"", 0, 0, 4
-    while place < len(png):
-        size, kind = struct.unpack(">I4s", png[place:place + 8])
-        if kind == b"IHDR":
-            width, _, _, form = struct.unpack(">IIBB", png[place + 8:place + 18])
-            size_of_pixel = {2: 3, 6: 4}[form]
-        elif kind == b"IDAT":
-            data += png[place + 8:place + 8 + size]
-        place += size + 12
-    data, stride, colours = zlib.decompress(data), size_of_pixel * width, set()
-    above = bytearray(size_of_pixel + stride)  # with a pixel to the left of the first one
-    for start in range(0, len(data), stride + 1):
-        row = bytearray(size_of_pixel) + data[start + 1:start + 1 + stride]
-        for at in range(size_of_pixel, len(row)):
-            left, up, corner = row[at - size_of_pixel], above[at], above[at - size_of_pixel]
-            nearest = min((left, up, corner), key=lambda each, sum=left + up - corner:
-                          abs(sum - each))
-            row[at] = (row[at] + (0, left, up, (left + up) // 2, nearest)[data[start]]) % 256
-        colours |= {bytes(row[at:at + 3]) for at in range(size_of_pixel, len(row), size_of_pixel)}
-        above = row
-    return colours
-
-
-class RecordedVerbs(unittest.TestCase):
-    def setUp(self):
-        self.folder = Path(tempfile.mkdtemp(prefix="recorded-verbs-"))
-        self.addCleanup(shutil.rmtree, self.folder)
-        self.root = self.folder / "root"
-        self.plugins = self.root / "usr/libexec/bootforge/plugins"
-        self.plugins.mkdir(parents=True)
-        self.log = self.root / "var/log/sysboot.log"
-        self.log.parent.mkdir(parents=True)
-        self.describe("network", [], ["net"], ["network up"])
-        self.describe("disk", [], ["disk"], ["disk mount"])
-        self.describe("log", ["disk"], ["log"], ["log start"])
-        self.describe("web", ["net", "log"], [], ["web start"])
-        self.describe("clock", [], [], [])
-        self.log.write_text(boot_log(BOOT))
-
-    def describe(self, name, requires, provides, commands):
-        (self.plugins / f"{name}.json").write_text(json.dumps(
-            {"metadata": {"version": 1, "requires": requires, "provides": provides},
-             "operations": {"start": commands}}))
-
-    def run_verb(self, verb, *words, status=0, root=True, given="", **environment):
-        command = [PROGRAM, verb, *(["--root", str(self.root)] if root else []), *map(str, words)]
-        result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=60,
-                                input=given.encode(), check=False, cwd=self.folder,
-                                env={**os.environ, "COLUMNS": "", **environment})
-        self.assertEqual(result.returncode, status, result.stderr.decode())
-        self.errors = result.stderr.decode()
-        return result.stdout.decode()
-
-    def ask(self, verb, *words, **options):
-        return json.loads(self.run_verb(verb, "--format", "json", *words, **options))
-
-    def file(self, name, text):
-        path = self.folder / name
-        path.parent.mkdir(parents=True, exist_ok=True)
-        path.write_text(text)
-        return path
-
-    def row(self, name, *words):
-        rows = self.ask("blame", *words)["plugins"]
-        return next(each for each in rows if each["name"] == name)
-
+class RecordedVerbs(RecordedCase):
     # ---- one boot
 
     def test_blame_tells_times_from_the_image_and_the_log(self):
@@ -209,26 +105,6 @@ class RecordedVerbs(unittest.TestCase):
         self.assertEqual(self.ask("critical-chain", "left", status=1), {"chain": []})
         self.run_verb("critical-chain", "nobody", status=1)
 
-    def test_chain_is_told_in_words_first(self):
-        told = self.run_verb("critical-chain").splitlines()
-        self.assertEqual(told[2:4], ["web ended at 2.90 s: 3 steps that followed one another took "
-                                     "2.90 s", "None of them waited for a worker"])
-        told = self.run_verb("critical-chain", "disk").splitlines()
-        self.assertEqual(told[2], "disk ended at 800 ms, and had to wait for no other")
-
-    def test_worker_that_was_held_is_told_from_one_that_was_free(self):
-        # "clock" was ready at once, and "disk" had the only worker.
-        self.log.write_text(boot_log([("disk", 0, 1000), ("clock", 1100, 1200)]))
-        told = self.run_verb("critical-chain")
-        self.assertIn("\n1 of them waited for a worker\n", told)
-        self.assertRegex(told, r"clock +worker 0, held by disk\n")
-        # "web" was ready when "log" ended; the worker was free, and took a moment to see that.
-        self.log.write_text(boot_log([("network", 0, 9000), ("disk", 0, 5000), ("log", 5000, 9100),
-                                      ("web", 9180, 9500)]))
-        told = self.run_verb("critical-chain")
-        self.assertRegex(told, r"web +worker \d for 80 µs, free since \S+\n")
-        self.assertIn("\nNone of them waited for a worker\n", told)
-
     def test_stuck_needs_no_log(self):
         self.log.unlink()
         capture = self.file("kernel", "[    1.0] bootforge: Activating Bootforge plugin disk.\n")
@@ -239,18 +115,6 @@ class RecordedVerbs(unittest.TestCase):
         self.ask("stuck", "--messages", capture, status=1)
         self.assertIn("--trace", self.errors)
         self.run_verb("stuck", status=2)
-
-    def test_text_is_as_wide_as_it_may_be(self):
-        for columns, width in (("", 80), ("0", 80), ("wide", 80), ("60", 60), ("100", 100)):
-            told, table = self.run_verb("blame", COLUMNS=columns).split("\n\n")
-            self.assertEqual(max(map(len, table.splitlines())), width, columns)
-            self.assertIn("Boot of 2026-03-05 07:04:10 UTC: 2.90 s on 3 workers", told)
-
-    def test_failure_is_told_without_what_everybody_knows(self):
-        capture = self.file("kernel", "[    2.0] bootforge: Bootforge plugin web activation failed: "
-                            "web->start() failed: no network\n")
-        text = self.run_verb("blame", "--messages", capture)
-        self.assertEqual(text.splitlines()[1], "failed web: no network")
 
     def test_what_the_image_does_not_describe_is_said(self):
         self.log.write_text(boot_log(BOOT + [("a", 1, 2)]))
@@ -315,53 +179,6 @@ class RecordedVerbs(unittest.TestCase):
             self.run_verb("simulate", *words, status=2)
             self.assertTrue(self.errors)
 
-    def draw(self, picture, *options):
-        """A picture as a viewer draws it: a PNG, without its signature."""
-        drawn = subprocess.run(["rsvg-convert", *options], input=picture.encode(), check=True,
-                               stdout=subprocess.PIPE).stdout
-        self.assertEqual(drawn[:8], b"\x89PNG\r\n\x1a\n")
-        return drawn[8:]
-
-    def test_plot_is_a_picture_for_every_viewer(self):
-        capture = self.file("kernel", "bootforge: Bootforge plugin clock activation failed: "
-                            "clock->start() failed: <&>\"'\n")
-        picture = self.run_verb("plot", "--messages", capture)
-        xml.dom.minidom.parseString(picture)
-        for word in ("script", "var(", "http://", "https://", "url("):
-            self.assertNotIn(word, picture.replace('xmlns="http://www.w3.org/2000/svg"', ""))
-        self.assertIn(">100 µs, failed</text>", picture)
-        self.assertIn(' class="on-chain" text-anchor="end"', picture)
-        if not shutil.which("rsvg-convert"):
-            self.skipTest("there is no rsvg-convert to draw it")
-        colours = colours_of(self.draw(picture, "--zoom", "0.5"))
-        for colour in ("ffffff", "3b7dd8", "d9622b", "b9c6d8"):
-            self.assertIn(bytes.fromhex(colour), colours, "a viewer has to know all that it uses")
-
-    def test_plot_is_the_same_for_a_few_plugins_and_for_many(self):
-        pictures = {}
-        for count in (20, 1000):
-            lines = [(f"plugin-{number:04d}", number * 10, number * 10 + 900 + number)
-                     for number in range(count)]
-            lines[7] = ("odd \x1b ]]> & \uffff name that is much longer than any column has room for "
-                        "in a picture", 70, 1000)
-            self.log.write_text(boot_log(lines))
-            picture = self.run_verb("plot")
-            told = xml.dom.minidom.parseString(picture)
-            rows = [text.firstChild.data for text in told.getElementsByTagName("text")
-                    if text.getAttribute("text-anchor") == "end"]
-            self.assertEqual(len(rows), count)
-            self.assertEqual(rows[8:], [name for name, _, _ in lines[8:]], "text can be searched")
-            # Every row as high, every column as wide.
-            root = told.documentElement
-            pictures[count] = (int(root.getAttribute("width")),
-                               int(root.getAttribute("height")) - 18 * count)
-            if shutil.which("rsvg-convert"):
-                head = self.draw(picture)
-                self.assertEqual(struct.unpack(">II", head[8:16]),
-                                 (int(root.getAttribute("width")),
-                                  int(root.getAttribute("height"))))
-        self.assertEqual(pictures[20], pictures[1000])
-
     def test_exports_are_what_they_say(self):
         self.assertEqual(len(json.loads(self.run_verb("export", "--format", "trace"))["traceEvents"]),
                          1 + 3 + 5)
@@ -380,14 +197,6 @@ class RecordedVerbs(unittest.TestCase):
         self.assertIn("bootforge_boot_seconds", metrics.read_text())
         self.assertEqual(stat.S_IMODE(metrics.stat().st_mode), 0o644)
         self.run_verb("blame", "--output", self.folder / "missing/file", status=2)
-
-    def test_names_cannot_reach_the_terminal(self):
-        self.log.write_text(boot_log([("evil\x1b[2J\x07", 0, 100)]))
-        for verb in (["blame"], ["critical-chain"], ["simulate", "--workers", "1"]):
-            text = self.run_verb(*verb)
-            self.assertNotIn("\x1b", text)
-            self.assertNotIn("\x07", text)
-        self.assertIn("evil\\x1b[2J\\x07", self.run_verb("blame"))
 
     # ---- many boots
 
@@ -446,5 +255,4 @@ class RecordedVerbs(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    PROGRAM = os.path.abspath(sys.argv.pop(1))
-    unittest.main()
+    recorded_case.main()

@@ -86,6 +86,14 @@ class Page(browser.BrowserTest):
     def chosen(self):
         return self.text("#plugin-title .name")
 
+    def is_chosen(self, name):
+        """Links are followed a moment after they are clicked."""
+        WebDriverWait(self.driver, PATIENCE).until(lambda _: self.chosen() == name,
+                                                   f"{name} is not chosen")
+
+    def has_focus(self, identity):
+        self.wait(lambda: self.run_script("return document.activeElement.id") == identity)
+
     def picture(self):
         """The time line as it is drawn, once it is."""
         self.driver.execute_async_script(
@@ -124,7 +132,7 @@ class Page(browser.BrowserTest):
                          ["1 plugin skipped by the operator", "1 plugin never ran",
                           "1 plugin had no part in it"])
         self.assertIn("unused: the log does not name it", self.texts("#problems details li"))
-        self.assertEqual(self.chosen(), "web")
+        self.is_chosen("web")
         self.assertEqual(self.text("#plugin .badge"), "failed")
 
     def test_headings_tell_the_boot(self):
@@ -160,35 +168,35 @@ class Page(browser.BrowserTest):
 
     def test_links_lead_on_and_back(self):
         self.find("#plugin tbody a").click()
-        self.assertEqual(self.chosen(), "log")
-        self.assertEqual(self.run_script("return document.activeElement.id"), "plugin-title")
+        self.is_chosen("log")
+        self.has_focus("plugin-title")
         self.driver.back()
         self.driver.forward()
         self.wait(lambda: self.chosen() == "log")
         self.click("plugin", "Previous by start")
-        self.assertEqual(self.chosen(), "clock")
+        self.is_chosen("clock")
         self.click("plugin", "Next by start")
-        self.assertEqual(self.chosen(), "log")
+        self.is_chosen("log")
         failed = self.find("#problems .bad a")
         self.run_script("arguments[0].scrollIntoView({block: 'center'})", failed)
         failed.click()
-        self.assertEqual(self.chosen(), "web")
+        self.is_chosen("web")
 
     def test_unknown_address_is_no_plugin(self):
         self.open(address="#plugin-999")
-        self.assertEqual(self.chosen(), "web")
+        self.is_chosen("web")
 
     # ---- search
 
     def test_search_goes_by_keyboard(self):
         self.press("/")
-        self.assertEqual(self.run_script("return document.activeElement.id"), "wanted")
+        self.has_focus("wanted")
         self.press("L")
         self.assertEqual(self.texts("#found li")[:2], ["log", "left"])
         self.press(Keys.ARROW_DOWN)
         self.assertEqual(self.text("#found [aria-selected=true]"), "left")
         self.press(Keys.ARROW_UP, Keys.ARROW_UP, Keys.ARROW_DOWN, Keys.ENTER)
-        self.assertEqual(self.chosen(), "log")
+        self.is_chosen("log")
         self.assertFalse(self.find("#found").is_displayed())
         self.press("/", "zzz")
         self.assertEqual(self.texts("#found li"), [])
@@ -199,27 +207,27 @@ class Page(browser.BrowserTest):
         self.find("#wanted").send_keys("time")
         self.assertEqual(self.texts("#found li"), ["clock provides time"])
         self.find("#found li").click()
-        self.assertEqual(self.chosen(), "clock")
+        self.is_chosen("clock")
 
     # ---- time line
 
     def test_time_line_goes_by_keyboard(self):
         box = self.find(".timeline")
         box.send_keys(Keys.HOME)
-        self.assertEqual(self.chosen(), "network")
+        self.is_chosen("network")
         told = self.text(".readout")
         self.assertEqual(told, "network: worker 0, 0 to 1.20 s, ran 1.20 s")
         self.assertEqual(self.text("#announcement"), told)
         box.send_keys(Keys.ARROW_DOWN)
-        self.assertEqual(self.chosen(), "disk")
+        self.is_chosen("disk")
         box.send_keys(Keys.ARROW_RIGHT)
-        self.assertEqual(self.chosen(), "log")
+        self.is_chosen("log")
         box.send_keys(Keys.ARROW_LEFT, Keys.ARROW_UP)
-        self.assertEqual(self.chosen(), "network")
+        self.is_chosen("network")
         box.send_keys(Keys.ARROW_UP, Keys.ARROW_LEFT)  # there is nothing
-        self.assertEqual(self.chosen(), "network")
+        self.is_chosen("network")
         box.send_keys(Keys.END, Keys.ENTER)
-        self.assertEqual(self.run_script("return document.activeElement.id"), "plugin-title")
+        self.has_focus("plugin-title")
         self.assertIn("line", self.chosen())
 
     def test_time_line_zooms_by_keyboard_and_buttons(self):
@@ -255,7 +263,7 @@ class Page(browser.BrowserTest):
         ActionChains(self.driver).move_to_element_with_offset(box, -width // 4, lane).perform()
         self.wait(lambda: self.text(".readout").startswith("network"))
         ActionChains(self.driver).click().perform()
-        self.assertEqual(self.chosen(), "network")
+        self.is_chosen("network")
         whole = self.picture()
         middle = {"x": box.rect["x"] + width / 2 - self.run_script("return scrollX"),
                   "y": box.rect["y"] + 40 - self.run_script("return scrollY")}
@@ -359,7 +367,7 @@ class Page(browser.BrowserTest):
         link = self.find("#graph svg a[aria-label=log]")
         self.run_script("arguments[0].focus()", link)
         self.press(Keys.ENTER)
-        self.assertEqual(self.chosen(), "log")
+        self.is_chosen("log")
 
     # ---- everybody can use it
 
@@ -459,7 +467,7 @@ class Page(browser.BrowserTest):
         boots.write_boot(root, {"left": ([], [], [])}, [("left", None, None)])
         self.open(self.make("idle.html", "--root", root))
         self.assertIn("nothing ran", self.text("h1"))
-        self.assertEqual(self.chosen(), "left")
+        self.is_chosen("left")
         self.assertIn("no messages were given", self.text("#problems"))
 
     def test_many_workers_and_failures_stay_in_bounds(self):
@@ -475,7 +483,7 @@ class Page(browser.BrowserTest):
         self.assertIsNone(self.find("#problems details").get_attribute("open"))
         before = self.picture()
         self.find(".timeline").send_keys(Keys.END, Keys.ARROW_UP, "+")
-        self.assertEqual(self.chosen(), "plugin-1198")
+        self.is_chosen("plugin-1198")
         self.assertNotEqual(self.picture(), before)
 
     def test_daemon_run_speaks_of_scripts(self):
