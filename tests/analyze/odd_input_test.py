@@ -107,6 +107,16 @@ class OddInput(image.ImageCase):
                          2**63 - 1)
         self.assertIn("after 2562047788 h 0 min of kernel", self.analyze("blame").text)
 
+    def test_capture_of_a_long_life_is_read(self):
+        noise = "Mar  5 07:00:00 host cron[7]: (root) CMD (true)\n" * 400000
+        begun = "Mar  5 07:04:10 host bootforge[9]: executing start plugin: a\n"
+        self.image.put("/callers/syslog", noise + begun + noise)
+        answer = self.analyze("stuck", "--format", "json", "--messages",
+                              self.image.path("/callers/syslog"))
+        self.assertEqual(answer.status, 1, answer.error)
+        self.assertEqual(answer.json["running"],
+                         [{"name": "a", "since": "Mar  5 07:04:10", "blocks": 1}])
+
     # ---- many boots
 
     def test_fleet_tells_why_a_file_counts_for_nothing(self):
