@@ -57,7 +57,6 @@ bool isReplaceable(const std::string& path) {
 
 template <typename Stream>
 void writeFile(Stream& file, const std::string& path, std::string_view text) {
-  errno = 0;
   file.write(text.data(), static_cast<std::streamsize>(text.size()));
   file.flush();
   if (!file) throw UsageError(path + ": " + systemErrorText(errno));
@@ -114,6 +113,10 @@ CLI::Validator isFileName() {
 
 Image& openImage(const CommonOptions& options) {
   static auto* const image = new Image(options.image());
+  for (const std::string& path : image->unread()) {
+    remark(path + ": " + systemErrorText(EACCES) +
+           "; a boot reads it, and what it says is missing");
+  }
   return *image;
 }
 
@@ -182,9 +185,9 @@ void writeOutput(const CommonOptions& options, std::string_view text) {
     writeAll(STDOUT_FILENO, text);
     return;
   }
+  errno = 0;  // what it holds when a stream fails is the reason
   if (!isReplaceable(options.output)) {
     std::ofstream file(options.output, std::ios::binary);
-    if (!file) throw UsageError(options.output + ": " + systemErrorText(errno));
     writeFile(file, options.output, text);
     return;
   }

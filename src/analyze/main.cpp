@@ -24,14 +24,16 @@ std::string usageError(const CLI::App* app, const CLI::Error& error) {
          " --help.\n";
 }
 
+std::vector<CLI::App*> allVerbs(CLI::App& app) {
+  return app.get_subcommands([](const CLI::App*) { return true; });
+}
+
 /// Throws UsageError, with the nearest verbs, for a first word that is none.
-void checkVerb(const CLI::App& app, int argc, char** argv) {
+void checkVerb(CLI::App& app, int argc, char** argv) {
   if (argc < 2 || argv[1][0] == '-') return;
   const std::string word = argv[1];
   std::vector<std::string> verbs;
-  for (const CLI::App* verb : app.get_subcommands([](const CLI::App*) { return true; })) {
-    verbs.push_back(verb->get_name());
-  }
+  for (const CLI::App* const verb : allVerbs(app)) verbs.push_back(verb->get_name());
   if (std::find(verbs.begin(), verbs.end(), word) != verbs.end()) return;
   std::string text = "there is no verb \"" + word + "\"";
   const char* separator = "; did you mean ";
@@ -57,7 +59,6 @@ std::vector<std::string> withEmptyValues(const std::vector<std::string>& given) 
 int run(int argc, char** argv) {
   CLI::App app("Looks into an image before it boots, and into a boot after it.",
                "bootforge-analyze");
-  app.set_version_flag("--version", std::string("bootforge-analyze ") + BOOTFORGE_VERSION);
   app.require_subcommand(1);
   app.failure_message(usageError);
   int status = kGood;
@@ -75,6 +76,9 @@ int run(int argc, char** argv) {
   addGate(app, status);
   addExport(app, status);
   addFleet(app, status);
+  const std::string version = std::string("bootforge-analyze ") + BOOTFORGE_VERSION;
+  app.set_version_flag("--version", version);
+  for (CLI::App* const verb : allVerbs(app)) verb->set_version_flag("--version", version);
   try {
     checkVerb(app, argc, argv);
     std::vector<std::string> words = withEmptyValues(markSides(argc, argv));

@@ -12,6 +12,7 @@
 #include "analyze/planning/plan.h"
 #include "analyze/planning/why.h"
 #include "analyze/verbs.h"
+#include "util/system_error.h"
 #include "util/utf8.h"
 
 namespace bootforge::analyze {
@@ -58,20 +59,22 @@ std::string planAsText(const Plan& plan, const WaitGraph& graph) {
   return text;
 }
 
-/// Says why a boot of the image runs nothing.
-void remarkOnEnumeration(const Image& image) {
-  if (image.isEnumerated()) return;
-  remark(image.pluginDirectoryError() != 0
-             ? "the plugin folder " + image.pluginDirectory() +
-                   " cannot be read: a boot would run nothing"
-             : "the debug configuration has a bad escape: a boot would run nothing");
+/// Says when a boot of the image runs nothing. Throws UsageError when the plugins cannot be read.
+void checkEnumeration(const Image& image) {
+  if (const int error = image.pluginDirectoryError(); error != 0) {
+    throw UsageError("the plugin folder " + image.pluginDirectory() +
+                     " cannot be read: " + systemErrorText(error));
+  }
+  if (!image.isEnumerated()) {
+    remark("the debug configuration has a bad escape: a boot would run nothing");
+  }
 }
 
 int runPlan(const PlanOptions& options) {
   if (options.reverse && !options.daemons) throw UsageError("--reverse goes with --daemons");
   Image& image = openImage(options);
   const WaitGraph graph(image);
-  remarkOnEnumeration(image);
+  checkEnumeration(image);
   const Plan plan = planBoot(image, graph, options.reverse);
   writeOutput(options, options.isJson() ? planAsJson(plan, graph) : planAsText(plan, graph));
   return kGood;
@@ -160,7 +163,7 @@ std::string chainsAsJson(const WaitGraph& graph, const Chains& found) {
 int runWhy(const WhyOptions& options) {
   const Image& image = openImage(options);
   const WaitGraph graph(image);
-  remarkOnEnumeration(image);
+  checkEnumeration(image);
   const WaitGraph::Index from = findNode(graph, options.from);
   if (!options.to) {
     const Reasons reasons = reasonsOf(image, graph, from);
@@ -184,6 +187,7 @@ struct DotOptions : CommonOptions {
 int runDot(const DotOptions& options) {
   const Image& image = openImage(options);
   const WaitGraph graph(image);
+  checkEnumeration(image);
   std::optional<Part> part;
   if (options.around) part = Part{findNode(graph, *options.around), options.depth};
   const std::string drawing = drawGraph(image, graph, part);
@@ -226,6 +230,7 @@ void addDot(CLI::App& app, int& status) {
       ->option_text("NAME");
   verb->add_option("--depth", options->depth, "how near: this many edges")
       ->option_text("N")
+      ->transform(isWholeNumber())
       ->needs("--around");
   verb->callback([options, &status] { status = runDot(*options); });
 }

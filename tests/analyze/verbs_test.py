@@ -45,11 +45,17 @@ class ExitStatus(ImageCase):
                           ["verify", "--fail-on", "note"], ["verify", "--owner", "somebody"],
                           ["verify", "--owner", "-1"], ["verify", "more"], ["verify", "--root"],
                           ["plan", "--format", "sarif"], ["plan", "--reverse"], ["why"],
-                          ["why", "a", "b", "c"], ["dot", "--depth", "1"],
-                          ["dot", "--around", "a", "--depth", "-1"]]:
+                          ["why", "a", "b", "c"], ["dot", "--depth", "1"]]:
             answer = self.run_plain(*arguments)
             self.assertEqual((answer.status, answer.bytes), (2, b""), arguments)
             self.assertNotEqual(answer.error, "", arguments)
+
+    def test_depth_counts_edges(self):
+        self.image.plugin("a", provides=["m"])
+        for depth, status in [("0", 0), ("1", 0), ("-1", 2), ("1e3", 2), ("x", 2), ("", 2)]:
+            answer = self.analyze("dot", "--around", "a", "--depth", depth)
+            self.assertEqual(answer.status, status, depth)
+            self.assertEqual(answer.bytes == b"", status == 2, depth)
 
     def test_root_that_cannot_be_read_is_two(self):
         self.image.put("/file", "")
@@ -71,6 +77,27 @@ class ExitStatus(ImageCase):
         self.assertEqual(answer.status, 1)
         self.assertEqual({finding["rule"] for finding in answer.json["findings"]},
                          {"folder-unreadable"})
+
+    def test_order_of_a_missing_plugin_folder_is_two(self):
+        self.image.plugin("a")
+        for verb, *more in [["plan"], ["why", "a"], ["dot"]]:
+            for options in [[], ["--format", "json"]]:
+                answer = self.analyze(verb, *more, *options, "--plugin-directory", "/none")
+                self.assertEqual((answer.status, answer.bytes, answer.error),
+                                 (2, b"", "bootforge-analyze: the plugin folder /none cannot be "
+                                          "read: No such file or directory\n"), verb)
+        # What is named is looked for in it one by one.
+        self.assertEqual(self.analyze("plan", "--plugin-directory", "/none", "--plugin",
+                                      "a.json").status, 0)
+
+    def test_bad_escape_is_told_by_each_verb(self):
+        self.image.plugin("a")
+        self.image.put("/etc/nimbus/bootforge/debug.conf", "p:a\\x:b:c\n")
+        for verb, *more in [["plan"], ["why", "a"], ["dot"]]:
+            answer = self.analyze(verb, *more)
+            self.assertEqual((answer.status, answer.error),
+                             (0, "bootforge-analyze: the debug configuration has a bad escape: a "
+                                 "boot would run nothing\n"), verb)
 
     def test_standard_output_that_is_full_is_two(self):
         with open("/dev/full", "wb") as full:
@@ -120,6 +147,11 @@ class Output(ImageCase):
     def test_device_is_written_to_and_stays_one(self):
         self.assertEqual(self.verify("--output", "/dev/null").status, 1)
         self.assertTrue(stat.S_ISCHR(os.stat("/dev/null").st_mode))
+
+    def test_folder_in_its_place_is_named_with_the_reason(self):
+        answer = self.verify("--output", self.folder)
+        self.assertEqual((answer.status, answer.error),
+                         (2, f"bootforge-analyze: {self.folder}: Is a directory\n"))
 
     def test_path_is_the_callers_not_the_images(self):
         self.verify("--output", "answer", cwd=self.folder)
@@ -211,9 +243,10 @@ class Text(ImageCase):
                            "--output", "--help"]:
                 self.assertIn(option, own.text, verb)
             self.assertNotEqual(own.text, answer.text)
-        answer = self.run_plain("--version")
-        self.assertEqual(answer.status, 0)
-        self.assertRegex(answer.text, r"^bootforge-analyze \d+\.\d+\.\d+\n$")
+        for words in [["--version"], *([verb, "--version"] for verb in VERBS)]:
+            answer = self.run_plain(*words)
+            self.assertEqual(answer.status, 0, words)
+            self.assertRegex(answer.text, r"^bootforge-analyze \d+\.\d+\.\d+\n$", words)
 
 
 class Root(ImageCase):
@@ -226,6 +259,35 @@ class Root(ImageCase):
             findings = self.verify("--format", "json", *options).json["findings"]
             self.assertEqual([(f["rule"], f["line"], f["column"]) for f in findings],
                              [("milestone-unprovided", 1, 42)], options)
+
+    def as_somebody(self, *words):
+        """Runs the analyzer as a user who is not root. The build may be closed to others."""
+        folder = tempfile.mkdtemp()
+        self.addCleanup(shutil.rmtree, folder)
+        os.chmod(folder, 0o755)
+        somebody = {"user": 65534, "group": 65534} if os.getuid() == 0 else {}
+        return self.run_plain(*words, executable=shutil.copy(image.ANALYZE, folder), **somebody)
+
+    def test_what_only_a_boot_may_read_is_told(self):
+        debug = "/etc/nimbus/bootforge/debug.conf"
+        self.image.put(debug, "p:a\\x:b:c\n", 0)
+        self.image.put("/etc/init.d/s", "#!/bin/none\n# chkconfig: 1 2 3\n", 0o711)
+        os.chmod(self.image.path("/etc/init.d/s"), 0o111)
+        told = "bootforge-analyze: {}: Permission denied; a boot reads it, and what it says is " \
+               "missing\n"
+        with tempfile.NamedTemporaryFile("w") as file:
+            file.write("/etc/init.d/s 4\n")
+            file.flush()
+            os.chmod(file.name, 0o644)
+            for options in [[], ["--init-list", file.name]]:
+                answer = self.as_somebody("verify", "--root", self.image.root, *options,
+                                          "--owner", str(os.getuid()))
+                self.assertEqual((answer.status, answer.text), (0, "no findings\n"), options)
+                self.assertEqual(answer.error, told.format("/etc/init.d/s") + told.format(debug))
+        os.chmod(self.image.path("/etc/init.d"), 0)
+        self.addCleanup(os.chmod, self.image.path("/etc/init.d"), 0o755)
+        answer = self.as_somebody("plan", "--daemons", "--root", self.image.root)
+        self.assertEqual((answer.status, answer.error), (0, told.format("/etc/init.d")))
 
     def test_nothing_is_written_and_no_root_is_needed(self):
         self.image.plugin("a", requires=["m"])
@@ -241,15 +303,9 @@ class Root(ImageCase):
             return found
 
         before = stamps()
-        somebody = {"user": 65534, "group": 65534} if os.getuid() == 0 else {}
-        # The build may stand below a folder that is closed to others.
-        open_folder = tempfile.mkdtemp()
-        self.addCleanup(shutil.rmtree, open_folder)
-        os.chmod(open_folder, 0o755)
-        program = shutil.copy(image.ANALYZE, open_folder)
         for verb in VERBS:
-            words = [verb, "--root", self.image.root, *(["a"] if verb == "why" else [])]
-            answer = self.run_plain(*words, executable=program, **somebody)
+            answer = self.as_somebody(verb, "--root", self.image.root,
+                                      *(["a"] if verb == "why" else []))
             self.assertIn(answer.status, (0, 1), answer.error)
         self.assertEqual(stamps(), before)
 
@@ -321,6 +377,18 @@ class Planning(ImageCase):
         answer = self.analyze("why", "loop", "--format", "json")
         self.assertEqual((answer.status, answer.json["runs"]), (0, False))
         self.assertIn("loop -> l -> loop", answer.json["reason"])
+
+    def test_why_names_what_is_listed_twice_once(self):
+        self.image.plugin("twice", requires=["m", "n", "m"], provides=["z", "z"])
+        self.image.plugin("last", requires=["z"])
+        answer = self.analyze("why", "twice", "--format", "json").json
+        self.assertEqual(answer["waits_for"], [{"milestone": "m", "plugins": ["first"]},
+                                               {"milestone": "n", "plugins": []}])
+        self.assertEqual(answer["waited_for_by"], [{"milestone": "z", "plugins": ["last"]}])
+        answer = self.analyze("why", "last", "--format", "json").json
+        self.assertEqual(answer["waits_for"], [{"milestone": "z", "plugins": ["twice"]}])
+        self.assertEqual(self.analyze("why", "z", "--format", "json").json["waits_for"],
+                         [{"milestone": "z", "plugins": ["twice"]}])
 
     def test_why_a_milestone_is_not_reached(self):
         for requires, provides in [("l", "behind"), ("behind", "far")]:

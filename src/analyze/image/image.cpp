@@ -78,6 +78,7 @@ bool Image::isEnumerated() const {
 
 void Image::readPlugins() {
   debugText_ = root_.read(kDebugConfiguration);
+  if (!debugText_ && errno == EACCES) unread_.emplace_back(kDebugConfiguration);
   if (debugText_) debugLines_ = readDebugConfiguration(*debugText_);
   std::optional<std::vector<std::string>> names = options_.plugins;
   UniqueFd folder;
@@ -164,8 +165,8 @@ void Image::addInjection(const DebugLine& line) {
 }
 
 void Image::readScripts() {
-  scripts_ =
-      options_.initList ? listedInitScripts(root_, *options_.initList) : findInitScripts(root_);
+  scripts_ = options_.initList ? listedInitScripts(root_, *options_.initList, &unread_)
+                               : findInitScripts(root_, &unread_);
 }
 
 void Image::linkScripts() {

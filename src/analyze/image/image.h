@@ -67,6 +67,7 @@ struct InitScript {
   std::string head;                      // its first line, cut after 256 bytes
   bool hasLsbHeader = false;
   bool hasLauncher = false;
+  bool isUnread = false;  // we may not read it: nothing is known of its text
 };
 
 /// All that was read, and the orchestrator's own nodes, linked as in a boot.
@@ -90,6 +91,9 @@ class Image {
   bool isEnumerated() const;
 
   const std::vector<InitScript>& scripts() const { return scripts_; }
+
+  /// What a boot reads and we may not: paths inside the root of what nothing else tells of.
+  const std::vector<std::string>& unread() const { return unread_; }
 
   Catalogue& catalogue() { return catalogue_; }
   const Catalogue& catalogue() const { return catalogue_; }
@@ -118,6 +122,7 @@ class Image {
   std::optional<std::string> debugText_;
   std::vector<DebugLine> debugLines_;
   std::vector<InitScript> scripts_;
+  std::vector<std::string> unread_;
   Catalogue catalogue_;
   // By node: an index into the vector of its kind.
   std::unordered_map<const Node*, std::size_t> fileOfNode_;

@@ -1,6 +1,8 @@
 #include "analyze/image/init_folder.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <utility>
 
 #include "reading/init_scripts.h"
 
@@ -14,7 +16,7 @@ std::string fileNameOf(const std::string& path) { return path.substr(path.rfind(
 
 /// What can be said of a script whatever its priority is; its text is passed on.
 InitScript describe(const RootFolder& root, const std::string& name, const std::string& path,
-                    std::string* text) {
+                    std::string* text, std::vector<std::string>* unread) {
   InitScript script;
   script.name = name;
   script.path = path;
@@ -22,7 +24,13 @@ InitScript describe(const RootFolder& root, const std::string& name, const std::
   script.script = isLink ? joined(kInitFolder, name) : path;
   script.hasLauncher = root.readLink(joined(kLauncherLinks, name)) == kLauncher;
   FileStatus status;
-  *text = root.read(script.script, &status).value_or("");
+  std::optional<std::string> content = root.read(script.script, &status);
+  if (!content && errno == EACCES) {
+    script.isUnread = true;
+    unread->push_back(insideRoot(script.script));
+    script.status = root.status(script.script);  // takes no permission to read it
+  }
+  *text = std::move(content).value_or("");
   if (status.mode != 0) script.status = status;
   script.head = text->substr(0, std::min(text->find('\n'), kLongestHead));
   script.hasLsbHeader = hasLsbHeader(*text);
@@ -53,14 +61,16 @@ class RunLevels {
 
 }  // namespace
 
-std::vector<InitScript> findInitScripts(const RootFolder& root) {
+std::vector<InitScript> findInitScripts(const RootFolder& root, std::vector<std::string>* unread) {
   std::vector<InitScript> scripts;
-  std::vector<std::string> names = root.list(kInitFolder).value_or(std::vector<std::string>());
+  std::optional<std::vector<std::string>> listed = root.list(kInitFolder);
+  if (!listed && errno == EACCES) unread->emplace_back(kInitFolder);
+  std::vector<std::string> names = std::move(listed).value_or(std::vector<std::string>());
   std::sort(names.begin(), names.end());
   const RunLevels levels(root);
   for (const std::string& name : names) {
     std::string text;
-    InitScript script = describe(root, name, joined(kInitFolder, name), &text);
+    InitScript script = describe(root, name, joined(kInitFolder, name), &text, unread);
     const bool canBeListed = name.find_first_of(" \t\n\v\f\r") == std::string::npos;
     if (!script.status || !script.status->isRegular() || !canBeListed) continue;
     std::optional<int> priority = startPriorityIn(text);
@@ -73,11 +83,12 @@ std::vector<InitScript> findInitScripts(const RootFolder& root) {
   return scripts;
 }
 
-std::vector<InitScript> listedInitScripts(const RootFolder& root, const std::string& list) {
+std::vector<InitScript> listedInitScripts(const RootFolder& root, const std::string& list,
+                                          std::vector<std::string>* unread) {
   std::vector<InitScript> scripts;
   for (const InitListLine& line : readInitList(list)) {
     std::string text;
-    scripts.push_back(describe(root, fileNameOf(line.path), line.path, &text));
+    scripts.push_back(describe(root, fileNameOf(line.path), line.path, &text, unread));
     scripts.back().priority = line.priority;
   }
   return scripts;

@@ -1,5 +1,6 @@
 #include "analyze/image/wait_graph.h"
 
+#include <unordered_set>
 #include <utility>
 
 #include "graph/priority_barrier.h"
@@ -62,6 +63,15 @@ std::string_view nameOf(WaitGraph::Kind kind) {
       break;
   }
   return "level";
+}
+
+WaitGraph::Indices withoutRepeats(const WaitGraph::Indices& all) {
+  std::unordered_set<WaitGraph::Index> seen;
+  WaitGraph::Indices once;
+  for (const WaitGraph::Index index : all) {
+    if (seen.insert(index).second) once.push_back(index);
+  }
+  return once;
 }
 
 std::vector<std::string> namesOf(const WaitGraph& graph, const WaitGraph::Indices& chain) {

@@ -51,6 +51,10 @@ class WaitGraph {
 /// "plugin" and so on.
 std::string_view nameOf(WaitGraph::Kind kind);
 
+/// Who is tied to a node by more than one edge, because a description names it twice, stands there
+/// once: in the first of its places.
+WaitGraph::Indices withoutRepeats(const WaitGraph::Indices& all);
+
 /// The names of a chain.
 std::vector<std::string> namesOf(const WaitGraph& graph, const WaitGraph::Indices& chain);
 

@@ -27,7 +27,7 @@ std::vector<Tie> tiesOf(const WaitGraph& graph, Index index,
   std::vector<Tie> ties;
   const auto add = [&](Index barrier, const Indices& others) {
     Tie tie{graph.name(barrier), {}};
-    for (const Index other : others) {
+    for (const Index other : withoutRepeats(others)) {
       if (!graph.isDone(other)) tie.plugins.push_back(graph.name(other));
     }
     ties.push_back(std::move(tie));
@@ -36,7 +36,9 @@ std::vector<Tie> tiesOf(const WaitGraph& graph, Index index,
     add(index, (graph.*side)(index));
     return ties;
   }
-  for (const Index barrier : (graph.*side)(index)) add(barrier, (graph.*side)(barrier));
+  for (const Index barrier : withoutRepeats((graph.*side)(index))) {
+    add(barrier, (graph.*side)(barrier));
+  }
   return ties;
 }
 

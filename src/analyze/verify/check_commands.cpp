@@ -75,8 +75,10 @@ class CommandLines {
     // What goes over the socket ends at a zero byte. What is too long is judged as it stands: that
     // it is cut has been said.
     const std::string sent = line.text.c_str();
+    const host_linux::CommandLine parsed = host_linux::parseLine(sent);
+    const std::string name = parsed.errors.empty() ? host_linux::joinWords(parsed.path) : sent;
     if (sent.size() > kRequestLimit) {
-      text.add("command-too-long", line.at, sent.substr(0, sent.find(' ')),
+      text.add("command-too-long", line.at, name,
                "the command line has " + std::to_string(sent.size()) +
                    " bytes, and would be cut at " + std::to_string(kRequestLimit));
     }
@@ -86,14 +88,12 @@ class CommandLines {
                    "\", which stops the executor");
       return;
     }
-    const host_linux::CommandLine parsed = host_linux::parseLine(sent);
     for (const std::string& error : parsed.errors) {
-      text.add("command-syntax", line.at, sent, error);
+      text.add("command-syntax", line.at, name, error);
     }
     if (!parsed.errors.empty()) return;
     const host_linux::BoundCommand bound =
         host_linux::bindCommand(commands_.registry, parsed.path, parsed.parameters);
-    const std::string name = host_linux::joinWords(parsed.path);
     for (const BindingError& error : bound.errors) {
       text.add(ruleOf(error.kind), line.at, name, error.text).help = helpFor(error, parsed.path);
     }

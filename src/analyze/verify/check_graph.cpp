@@ -82,7 +82,7 @@ class GraphCheck {
     } else if (std::all_of(providers.begin(), providers.end(),
                            [this](Index index) { return graph_.isDone(index); })) {
       std::string message = "all that provide the milestone \"" + name + "\" are left out:";
-      for (const Index provider : providers) message += " " + graph_.name(provider);
+      for (const Index provider : withoutRepeats(providers)) message += " " + graph_.name(provider);
       found_.push_back(
           {"milestone-left-out", source, placeOf(*requirer, name), name, std::move(message), {}});
     }

@@ -23,7 +23,7 @@ std::string reasonAgainstText(const RootFolder& root, const std::string& head) {
 std::string reasonAgainst(const RootFolder& root, const InitScript& script) {
   if (!script.status) return "there is no such file";
   if (!script.status->isRegular()) return "it is no regular file";
-  const std::string reason = reasonAgainstText(root, script.head);
+  const std::string reason = script.isUnread ? "" : reasonAgainstText(root, script.head);
   if (script.status->isExecutable()) return reason;
   return "it is not executable" + (reason.empty() ? "" : ", and " + reason);
 }

@@ -84,16 +84,17 @@ TEST_F(VerifyCommands, LineOf1023BytesIsShortEnough) {
   putLines("[\"" + head + std::string(1023 - head.size(), 'x') + "\"]");
   EXPECT_THAT(told(), IsEmpty());
   putLines("[\"" + head + std::string(1024 - head.size(), 'x') + "\"]");
-  EXPECT_THAT(told(), ElementsAre("error command-too-long PLUGINS/a.json:6:11 host: the command "
-                                  "line has 1024 bytes, and would be cut at 1023"));
+  EXPECT_THAT(told(),
+              ElementsAre("error command-too-long PLUGINS/a.json:6:11 host set: the command "
+                          "line has 1024 bytes, and would be cut at 1023"));
 }
 
 TEST_F(VerifyCommands, LineThatIsTooLongIsJudgedAsItStands) {
   putLines("[\"other " + std::string(1100, 'x') + "\", \"host set --name '" +
            std::string(1100, 'x') + "'\"]");
-  EXPECT_THAT(told(), ElementsAre(HasSubstr("command-too-long PLUGINS/a.json:6:11 other:"),
+  EXPECT_THAT(told(), ElementsAre(HasSubstr("command-too-long PLUGINS/a.json:6:11 other xxx"),
                                   HasSubstr("command-unknown PLUGINS/a.json:6:11 other xxx"),
-                                  HasSubstr("command-too-long PLUGINS/a.json:6:1121 host:")));
+                                  HasSubstr("command-too-long PLUGINS/a.json:6:1121 host set:")));
 }
 
 TEST_F(VerifyCommands, LineThatBeginsWithStopIsFoundInAnyCaseAndNothingElseOfIt) {

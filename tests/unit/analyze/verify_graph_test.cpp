@@ -83,7 +83,7 @@ TEST_F(VerifyGraph, InjectionRequiresAtItsLine) {
 }
 
 TEST_F(VerifyGraph, MilestoneOfWhichAllProvidersAreLeftOutIsANote) {
-  plugin("a", "[]", R"(["x", "y"])");
+  plugin("a", "[]", R"(["x", "y", "x"])");
   plugin("b", "[]", list("y"));
   plugin("c", R"(["x", "y"])", "[]");
   options_.selection.denied = {"a"};
