@@ -43,6 +43,8 @@ class OddInput(image.ImageCase):
         self.assertEqual(self.simulated("--workers", "1", "--set", "a=0100")[0]["makespan"], 300)
         self.assertEqual([run["workers"] for run in self.simulated("--workers", "010,2")], [10, 2])
         self.refused("there is no section 10:", "blame", "--section", "010")
+        self.assertEqual(self.analyze("dot", "--around", "b", "--depth", "08").status, 0)
+        self.assertNotEqual(self.analyze("verify", "--owner", "09").status, 2)
         slow = self.caller("slow", [("a", "07:04:10.000000", "07:04:10.000190")])
         fast = self.caller("fast", [("a", "07:04:10.000000", "07:04:10.000100")])
         for limits, status in (("5,089", 1), ("5,090", 0), ("089", 1), ("090", 0)):
@@ -53,6 +55,7 @@ class OddInput(image.ImageCase):
         for text in ("-1", "", "x", "1.5", "0x1", " 1", "99999999999999999999999"):
             self.refused(f"--section: \"{text}\" is no whole number", "blame", "--section", text)
             self.refused(f"--workers: \"{text}\" is no whole number", "simulate", "--workers", text)
+            self.refused("is no whole number", "verify", "--owner", text)
             self.refused("not of the form NAME=MICROSECONDS", "simulate", "--workers", "1", "--set",
                          f"a={text}")
         log = self.image.path(LOG)
