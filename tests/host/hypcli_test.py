@@ -75,6 +75,15 @@ class Hypcli(HostCase):
         told = run.stdout + run.stderr + b"\n".join(host.system_log.messages)
         self.assertIn(f"{COMMANDS}/bad.json".encode(), told)
 
+    def test_a_folder_of_commands_that_cannot_be_read_is_named_and_the_others_serve(self):
+        host = self.host()
+        host.remove(f"{COMMANDS}/ext")
+        os.symlink("ext", host.path(f"{COMMANDS}/ext"))
+        listed = host.run(HYPCLI)
+        self.assertEqual((listed.status, listed.stdout), (0, b"Namespaces:\n  note\n"))
+        self.assertEqual(listed.stderr.decode(), f"hypcli: warning: {COMMANDS}/ext: Too many "
+                         "levels of symbolic links\n")
+
     def test_it_and_a_boot_run_the_same_command_the_same_way(self):
         host = self.host()
         host.command("show args", ["/bin/sh", "-c", 'for a; do echo "[$a]"; done >>/tmp/notes',

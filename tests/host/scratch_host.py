@@ -30,7 +30,9 @@ from root_folder import BOOTFORGE, EXECUTOR_LOG, PROFILE, RECORD
 TIMEOUT = 20.0 * float(os.environ.get("BOOTFORGE_HOST_TIMEOUT_SCALE", "1"))
 ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/"}
 # For programs built with sanitizers: their settings reach the host too.
-PASSED_ON = ("ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS")
+PASSED_ON = ("ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS", "LLVM_PROFILE_FILE")
+# Programs that count which lines run write into this folder of the machine, scripts/coverage.
+COUNTERS = os.environ.get("BOOTFORGE_HOST_COUNTERS")
 
 
 class Timeout(AssertionError):
@@ -84,6 +86,9 @@ class ScratchHost(root_folder.RootFolder):
             self.console = self.attach(endpoints.Console())
             self.write("/dev/console", "")
             self.mount(self.console.slave_path, "/dev/console", flags=isolation.MS_BIND)
+        if COUNTERS and self.isolation.mounts:
+            os.makedirs(self.path(COUNTERS))
+            self.mount(COUNTERS, COUNTERS, flags=isolation.MS_BIND)
         self._guard, self._keeper, self._channel = keeper.start_keeper(self.root,
                                                                        self.isolation.pids)
         self._channel.setblocking(False)

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -46,7 +47,8 @@ void takeUmask() { umask(umask(S_IWGRP | S_IWOTH) | S_IWGRP | S_IWOTH); }
 
 void readCommands(CommandRegistry* registry) {
   for (const char* directory : kDirectories) {
-    if (access(directory, F_OK) != 0) continue;  // no host needs to have all of them
+    // No host needs to have all of them.
+    if (access(directory, F_OK) != 0 && errno == ENOENT) continue;
     try {
       registry->addDirectory(directory);
     } catch (const std::exception& error) {

@@ -8,7 +8,7 @@ import zlib
 import readings
 from errors import EXPLAINED, NOT_STOPPED
 from root_folder import EXECUTOR_LOG, PROFILE, RECORD
-from scenarios import OLD_PROFILE, STORE, TELLING, TREE, LIBRARY, readings_old_record
+from scenarios import OLD_PROFILE, STORE, TELLING, TREE, LIBRARY
 
 TEMPORARY = re.compile(r"^(bootfrge\.gz|sysboot\.log|autoconf)\.\w{6}$")
 
@@ -100,7 +100,7 @@ def is_explained(case, outcome, trace):
 
 
 def problems(case, baseline, outcome, left, calls_before_main, trace):
-    """What must not be, as (kind, text) pairs; and whether the fault was named, told or harmless."""
+    """What must not be, as (kind, text) pairs; and what became of the fault: README.md."""
     # The loader ends a program with 127, or by a signal where it has no memory for itself.
     before_main = case.number <= calls_before_main.get(case.call, 0)
     allowed = (*case.scenario.statuses, 127, -11) if before_main else case.scenario.statuses

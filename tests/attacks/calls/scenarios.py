@@ -1,6 +1,7 @@
 """Whole runs of every mode, on one scratch host each, that are made again and again."""
 
 import functools
+import gzip
 import os
 import pty
 import re
@@ -8,7 +9,6 @@ import subprocess
 import tempfile
 import termios
 
-import readings
 from root_folder import BOOTFORGE, EXECUTOR_LOG, PLUGINS, PROFILE, RECORD, SYSLOGD_PID
 
 LIBRARY = "/usr/lib/nimbus/bootforge"
@@ -85,7 +85,7 @@ class Scenario:
         """Makes what the runs need, once for a host."""
         self.make(host)
         # What was there before: an earlier boot's.
-        host.write(RECORD, readings_old_record())
+        host.write(RECORD, old_record())
         host.write(PROFILE, OLD_PROFILE)
 
     def reset(self, host):
@@ -96,7 +96,7 @@ class Scenario:
             for name in host.listing(folder):
                 if re.search(r"\.[A-Za-z0-9]{6}$", name) and not name.endswith(".socket"):
                     host.remove(f"{folder}/{name}")
-        host.write(RECORD, readings_old_record())
+        host.write(RECORD, old_record())
         host.write(PROFILE, OLD_PROFILE)
         host.write(f"{STORE}/autoconf", "")
         host.write(f"{STORE}/boot-state/network/eth0", "dhcp\n")
@@ -122,8 +122,7 @@ OLD_PROFILE = """HVKernel Initialization Time: 0
 
 
 @functools.lru_cache(maxsize=None)
-def readings_old_record():
-    import gzip
+def old_record():
     return gzip.compress(b"bootforge.run-once=old1,\n")
 
 
@@ -138,7 +137,8 @@ def boot_files(host):
     host.write(NATIVE, native_object())
     host.debug("probe:probed:two:echo probe >>/tmp/notes")
     host.write("/etc/syslog.conf", "")
-    host.script("/usr/lib/nimbus/hvsyslog/bin/upgrade-syslog.conf.sh", "echo upgrade >>/tmp/notes\n")
+    host.script("/usr/lib/nimbus/hvsyslog/bin/upgrade-syslog.conf.sh",
+                "echo upgrade >>/tmp/notes\n")
     host.write(SYSLOGD_PID, "4194303\n")
 
 

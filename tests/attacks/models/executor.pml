@@ -61,7 +61,7 @@ byte done;                      /* ForwardDone */
 byte runs;                      /* of nodes, all in all */
 
 /* Threads, as they really are. */
-byte awake = WORKERS;           /* workers that look at the queue before they sleep, started or not */
+byte awake = WORKERS;           /* workers that look at the queue before they sleep, or not yet began */
 byte asleep;                    /* workers in the wait that nobody has woken */
 byte leaving;                   /* workers in the wait that somebody has woken */
 byte ended;

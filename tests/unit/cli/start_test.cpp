@@ -317,6 +317,26 @@ TEST_F(Start, HoldsItsLockUntilTheExecutorListens) {
   EXPECT_EQ(status.st_mode & 07777, mode_t{0600});
 }
 
+TEST_F(Start, ItsLockTakesNoMissingStreamsPlace) {
+  int saved[3];
+  for (int stream = 0; stream <= 2; ++stream) {
+    saved[stream] = ::fcntl(stream, F_DUPFD_CLOEXEC, 10);
+    ASSERT_GE(saved[stream], 10);
+  }
+  for (int stream = 0; stream <= 2; ++stream) ::close(stream);
+  bool taken[3] = {};
+  doubles::afterCall("waitpid", [&] {
+    for (int stream = 0; stream <= 2; ++stream) taken[stream] = ::fcntl(stream, F_GETFD) != -1;
+  });
+  HypcliExecutor::instance().start();
+  for (int stream = 0; stream <= 2; ++stream) {
+    ::dup2(saved[stream], stream);
+    ::close(saved[stream]);
+  }
+  EXPECT_THAT(taken, ElementsAre(false, false, false));
+  EXPECT_TRUE(doubles::waitForRecord(kPolling));
+}
+
 // Otherwise a run that starts at that moment takes the socket for a stale one, between bind(2) and
 // listen(2): two executors, one of which nobody can reach to end it.
 TEST_F(Start, TheExecutorHoldsTheLockUntilItListensThoughItsStarterIsGone) {
