@@ -2,6 +2,7 @@
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
+#include <cerrno>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -59,9 +60,15 @@ std::string planAsText(const Plan& plan, const WaitGraph& graph) {
   return text;
 }
 
-/// Says when a boot of the image runs nothing. Throws UsageError when the plugins cannot be read.
+/// Says when a boot of the image runs nothing. Throws UsageError when the plugins cannot be read;
+/// an image that has no plugins yet can be.
 void checkEnumeration(const Image& image) {
-  if (const int error = image.pluginDirectoryError(); error != 0) {
+  const int error = image.pluginDirectoryError();
+  if (error == ENOENT && image.pluginDirectory() == kDefaultPluginDirectory) {
+    remark("the image has no plugin folder: a boot would run nothing");
+    return;
+  }
+  if (error != 0) {
     throw UsageError("the plugin folder " + image.pluginDirectory() +
                      " cannot be read: " + systemErrorText(error));
   }

@@ -90,6 +90,14 @@ class ExitStatus(ImageCase):
         self.assertEqual(self.analyze("plan", "--plugin-directory", "/none", "--plugin",
                                       "a.json").status, 0)
 
+    def test_an_image_without_plugins_has_an_order_of_nothing(self):
+        self.image.folder("/empty")
+        for verb, key, value in [("plan", "order", []), ("dot", "dot", "digraph g {\n}\n")]:
+            answer = self.run_plain(verb, "--root", self.image.path("/empty"), "--format", "json")
+            self.assertEqual((answer.status, answer.json[key], answer.error),
+                             (0, value, "bootforge-analyze: the image has no plugin folder: a boot "
+                                        "would run nothing\n"))
+
     def test_bad_escape_is_told_by_each_verb(self):
         self.image.plugin("a")
         self.image.put("/etc/nimbus/bootforge/debug.conf", "p:a\\x:b:c\n")
