@@ -3,12 +3,13 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <utility>
 
 #include "analyze/known_plugins.h"
 #include "analyze/recorded/gzip_text.h"
-#include "util/regular_file.h"
 #include "util/system_error.h"
 #include "util/unique_fd.h"
 #include "util/utf8.h"
@@ -18,12 +19,22 @@ namespace {
 
 constexpr const char* kStandardInput = "standard input";
 
-/// What is open may be a pipe as well.
+/// What is open may be a pipe as well. A capture may hold all that a host said in its life, so more
+/// is read than of files that a boot reads.
 std::string readOpened(const UniqueFd& file, const std::string& name) {
-  std::optional<std::string> content;
-  if (file) content = readAll(file);
-  if (!content) throw UsageError(name + ": " + systemErrorText(errno));
-  return *std::move(content);
+  constexpr std::size_t kMost = std::size_t{1} << 30U;
+  constexpr std::size_t kChunk = std::size_t{1} << 18U;
+  std::string content;
+  ssize_t count = file ? 1 : -1;
+  while (count > 0) {
+    const std::size_t used = content.size();
+    content.resize(used + kChunk);
+    count = retryInterrupted([&] { return ::read(file.get(), content.data() + used, kChunk); });
+    content.resize(used + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    if (content.size() > kMost) throw UsageError(name + ": " + systemErrorText(EFBIG));
+  }
+  if (count < 0) throw UsageError(name + ": " + systemErrorText(errno));
+  return content;
 }
 
 std::string readCallersFile(const std::string& path) {
@@ -95,7 +106,7 @@ void addSectionOption(CLI::App& verb, BootOptions& options) {
                   "which run of the log, counted from 0 (default: the boot, or with --daemons the "
                   "last daemon run)")
       ->option_text("N")
-      ->check(CLI::NonNegativeNumber)
+      ->transform(isWholeNumber())
       ->group("Boot");
 }
 
@@ -162,7 +173,11 @@ RecordedBoot readBoot(const BootOptions& options) {
 ProfileSection readCallersLog(const std::string& path, const BootOptions& options) {
   const ProfilingLog log = readLog(path, unpacked(path, readCallersFile(path)), {});
   remarkAll(path, log.notes);
-  return sectionOf(path, log, options);
+  const ProfileSection& section = sectionOf(path, log, options);
+  for (const ProfiledPlugin& plugin : section.plugins) {
+    if (endedBeforeItsStart(plugin)) remark(path + ": " + noteOnItsEnd(plugin));
+  }
+  return section;
 }
 
 int tell(const CommonOptions& options, const Answer& answer) {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -82,6 +83,34 @@ ImageOptions CommonOptions::image() const {
   return image;
 }
 
+std::optional<std::int64_t> wholeNumber(std::string_view text) {
+  constexpr std::int64_t kBeyond = 1'000'000'000'000'000'000;
+  std::int64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  if (text.starts_with('-') || number >= kBeyond) return std::nullopt;
+  return number;
+}
+
+CLI::Validator isWholeNumber() {
+  return CLI::Validator(
+      [](std::string& text) {
+        const std::optional<std::int64_t> number = wholeNumber(text);
+        if (!number) return '"' + text + "\" is no whole number";
+        text = std::to_string(*number);
+        return std::string();
+      },
+      "");
+}
+
+CLI::Validator isFileName() {
+  return CLI::Validator(
+      [](const std::string& text) {
+        return std::string(text.empty() ? "the name of the file is empty" : "");
+      },
+      "");
+}
+
 Image& openImage(const CommonOptions& options) {
   static auto* const image = new Image(options.image());
   for (const std::string& path : image->unread()) {
@@ -120,6 +149,7 @@ void addImageOptions(CLI::App& verb, CommonOptions& options) {
   verb.add_option("--init-list", options.initList,
                   "lines PATH PRIORITY in place of what the image's init scripts say")
       ->option_text("FILE")
+      ->check(isFileName())
       ->group(kImageGroup);
 }
 
@@ -127,10 +157,12 @@ void addBootOptions(CLI::App& verb, CommonOptions& options) {
   verb.add_option("--log", options.log,
                   "the profiling log, inside the root (default /var/log/sysboot.log)")
       ->option_text("FILE")
+      ->check(isFileName())
       ->group("Boot");
   verb.add_option("--messages", options.messages,
                   "a capture of the boot's messages (-: standard input)")
       ->option_text("FILE")
+      ->check(isFileName())
       ->group("Boot");
 }
 
@@ -144,6 +176,7 @@ void addOutputOptions(CLI::App& verb, CommonOptions& options,
       ->group(kOutputGroup);
   verb.add_option("--output", options.output, "in place of standard output")
       ->option_text("FILE")
+      ->check(isFileName())
       ->group(kOutputGroup);
 }
 
@@ -188,11 +221,10 @@ std::optional<std::size_t> terminalColumns(const CommonOptions& options) {
 std::size_t terminalWidth(const CommonOptions& options) {
   if (const std::optional<std::size_t> columns = terminalColumns(options)) return *columns;
   constexpr std::size_t kUsual = 80;
-  constexpr std::size_t kMost = 10'000;
+  constexpr std::int64_t kMost = 10'000;
   const char* const wish = std::getenv("COLUMNS");
-  std::size_t columns = 0;
-  const bool isNumber = wish != nullptr && CLI::detail::lexical_cast(std::string(wish), columns);
-  return isNumber && columns > 0 && columns <= kMost ? columns : kUsual;
+  const std::int64_t columns = wish == nullptr ? 0 : wholeNumber(wish).value_or(0);
+  return columns > 0 && columns <= kMost ? static_cast<std::size_t>(columns) : kUsual;
 }
 
 void remark(const std::string& text) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -44,6 +45,15 @@ struct CommonOptions {
 /// Reads the image that was asked for. It is there until the process ends: to take a large graph
 /// apart costs as much as to link it. Called once.
 Image& openImage(const CommonOptions& options);
+
+/// Decimal digits below 10^18. The parser's own reading takes "010" for 8 and "-1" for 2^64 - 1.
+std::optional<std::int64_t> wholeNumber(std::string_view text);
+
+/// Checks that an option's value is such a number, for the parser to read.
+CLI::Validator isWholeNumber();
+
+/// Checks that a file has a name: that of an unset variable would count as no option at all.
+CLI::Validator isFileName();
 
 /// "--root" and what else says which image and which boot.
 void addImageOptions(CLI::App& verb, CommonOptions& options);

@@ -1,8 +1,11 @@
 // The verbs about many recorded boots.
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <memory>
+#include <optional>
+#include <string_view>
 
 #include "analyze/boot_input.h"
 #include "analyze/recorded/comparison.h"
@@ -11,6 +14,13 @@
 
 namespace bootforge::analyze {
 namespace {
+
+/// Scripts that give every verb the same root need no exception for these.
+void addRootOption(CLI::App& verb, CommonOptions& options) {
+  verb.add_option("--root", options.root,
+                  "taken as by every verb, and changes nothing: the logs are the caller's files")
+      ->option_text("DIR");
+}
 
 // ---- diff and gate
 
@@ -23,23 +33,28 @@ struct CompareOptions : BootOptions {
   std::string limits;
 };
 
-template <typename Number>
-Number readNumber(const std::string& text) {
-  Number number{};
-  const bool isRead = !text.empty() && CLI::detail::lexical_cast(text, number);
-  if (!isRead || !std::isfinite(static_cast<double>(number)) || number < 0) {
-    throw UsageError("--max-regression: " + text + " is no limit");
-  }
+/// A finite number without a sign.
+std::optional<double> percentage(std::string_view text) {
+  double number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  if (!std::isfinite(number) || std::signbit(number)) return std::nullopt;
   return number;
+}
+
+template <typename Number>
+Number limitOf(const std::string& text, const std::optional<Number>& limit) {
+  if (!limit) throw UsageError("--max-regression: " + text + " is no limit");
+  return *limit;
 }
 
 /// "PERCENT[,US]".
 Limits readLimits(const std::string& text) {
   const std::size_t comma = text.find(',');
   Limits limits;
-  limits.percent = readNumber<double>(text.substr(0, comma));
+  limits.percent = limitOf(text, percentage(text.substr(0, comma)));
   if (comma != std::string::npos) {
-    limits.microseconds = readNumber<std::int64_t>(text.substr(comma + 1));
+    limits.microseconds = limitOf(text, wholeNumber(text.substr(comma + 1)));
   }
   return limits;
 }
@@ -79,6 +94,7 @@ void addComparison(CLI::App& app, int& status, bool isGate) {
   }
   verb->add_flag("--daemons", options->daemons, "the last daemon run of each log");
   addSectionOption(*verb, *options);
+  addRootOption(*verb, *options);
   addOutputOptions(*verb, *options, {"text", "json"});
   verb->callback([options, &status] { status = runCompare(*options); });
 }
@@ -125,6 +141,7 @@ void addFleet(CLI::App& app, int& status) {
       ->check(CLI::IsMember({"host"}));
   verb->add_flag("--daemons", options->daemons, "the last daemon run of each log");
   addSectionOption(*verb, *options);
+  addRootOption(*verb, *options);
   addOutputOptions(*verb, *options, {"text", "json"});
   verb->callback([options, &status] { status = runFleet(*options); });
 }

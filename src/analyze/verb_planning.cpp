@@ -237,7 +237,7 @@ void addDot(CLI::App& app, int& status) {
       ->option_text("NAME");
   verb->add_option("--depth", options->depth, "how near: this many edges")
       ->option_text("N")
-      ->check(CLI::NonNegativeNumber)
+      ->transform(isWholeNumber())
       ->needs("--around");
   verb->callback([options, &status] { status = runDot(*options); });
 }

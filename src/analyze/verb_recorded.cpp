@@ -90,13 +90,12 @@ struct SimulateOptions : BootOptions {
 /// "NAME=US". Names may hold the sign as well.
 std::pair<std::string, std::int64_t> readChange(const std::string& text) {
   const std::size_t sign = text.rfind('=');
-  std::int64_t microseconds = 0;
-  const bool isRead = sign != std::string::npos && sign > 0 &&
-                      CLI::detail::lexical_cast(text.substr(sign + 1), microseconds);
-  if (!isRead || microseconds < 0) {
+  std::optional<std::int64_t> microseconds;
+  if (sign != std::string::npos && sign > 0) microseconds = wholeNumber(text.substr(sign + 1));
+  if (!microseconds) {
     throw UsageError("--set " + text + ": not of the form NAME=MICROSECONDS");
   }
-  return {text.substr(0, sign), microseconds};
+  return {text.substr(0, sign), *microseconds};
 }
 
 int runSimulate(const SimulateOptions& options) {
@@ -145,6 +144,7 @@ void addStuck(CLI::App& app, int& status) {
   verb->add_option("--messages", options->messages,
                    "a capture of the boot's messages (-: standard input)")
       ->option_text("FILE")
+      ->check(isFileName())
       ->required()
       ->group("Boot");
   addOutputOptions(*verb, *options, {"text", "json"});
@@ -176,6 +176,7 @@ void addExport(CLI::App& app, int& status) {
       ->group("Output");
   verb->add_option("--output", options->output, "in place of standard output")
       ->option_text("FILE")
+      ->check(isFileName())
       ->group("Output");
   verb->callback([options = options, &status] { status = runExport(*options); });
 }
@@ -187,6 +188,7 @@ void addSimulate(CLI::App& app, int& status) {
   verb->add_option("--workers", options->workers, "numbers of workers")
       ->option_text("N,...")
       ->delimiter(',')
+      ->transform(isWholeNumber())
       ->check(CLI::Range(std::size_t{1}, std::size_t{1'000'000}))
       ->allow_extra_args(false)
       ->required();

@@ -55,6 +55,7 @@ void addVerify(CLI::App& app, int& status) {
       ->option_text("error|warning|never")
       ->check(CLI::IsMember({"error", "warning", "never"}));
   verb->add_option("--owner", options->owner, "a user who may own files beside root")
+      ->transform(isWholeNumber())
       ->option_text("UID");
   verb->add_flag("--list-rules", options->listRules, "only list the rules, with their severity");
   verb->callback([options, &status] { status = runVerify(*options); });

@@ -43,8 +43,7 @@ std::string bootSummary(const Timeline& timeline, const TextStyle& style) {
                        counted(timeline.workers, "worker"));
   }
   if (timeline.kernelMicroseconds) {
-    text += fmt::format(", after {} of kernel",
-                        duration(static_cast<std::int64_t>(*timeline.kernelMicroseconds)));
+    text += fmt::format(", after {} of kernel", duration(*timeline.kernelMicroseconds));
   }
   text += '\n';
   for (const TimedPlugin& plugin : timeline.plugins) {

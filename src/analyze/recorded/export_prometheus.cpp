@@ -77,7 +77,7 @@ std::string asPrometheus(const Timeline& timeline) {
   }
   if (timeline.kernelMicroseconds) {
     metrics.single("bootforge_kernel_seconds", "The kernel's uptime when the run began.",
-                   seconds(static_cast<std::int64_t>(*timeline.kernelMicroseconds)));
+                   seconds(*timeline.kernelMicroseconds));
   }
   const std::vector<std::string> labels = labelsOf(timeline);
   constexpr const char* kSeconds = "bootforge_plugin_seconds";

@@ -1,6 +1,7 @@
 #include "analyze/recorded/fleet.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <optional>
 #include <system_error>
@@ -11,7 +12,7 @@
 #include "analyze/recorded/gzip_text.h"
 #include "analyze/recorded/messages_reader.h"
 #include "util/regular_file.h"
-#include "util/utf8.h"
+#include "util/system_error.h"
 
 namespace bootforge::analyze {
 namespace {
@@ -62,7 +63,7 @@ void Fleet::addFolder(const std::string& folder) {
         files.push_back(entry->path());
       }
     }
-    if (error) noteUnreadable(current.string());
+    if (error) noteUnreadable(current.string(), systemErrorText(error.value()));
   }
   std::sort(files.begin(), files.end());
   for (const fs::path& file : files) {
@@ -71,15 +72,15 @@ void Fleet::addFolder(const std::string& folder) {
   }
 }
 
-void Fleet::noteUnreadable(const std::string& path) {
+void Fleet::noteUnreadable(const std::string& path, const std::string& reason) {
   ++unreadable_;
-  if (unreadablePaths_.size() < kToldPaths) unreadablePaths_.push_back(path);
+  if (unreadablePaths_.size() < kToldPaths) unreadablePaths_.push_back(path + ": " + reason);
 }
 
 void Fleet::addLog(const std::string& path, const std::string& host) {
   std::optional<std::string> content = readRegularFile(path.c_str());
   if (!content) {
-    noteUnreadable(path);
+    noteUnreadable(path, systemErrorText(errno));
     return;
   }
   const PlainText text = plainText(std::move(*content));
@@ -87,11 +88,13 @@ void Fleet::addLog(const std::string& path, const std::string& host) {
   std::string reason;
   const ProfileSection* const section = chooseSection(log, section_, daemons_, reason);
   if (section == nullptr) {
-    noteUnreadable(path);
+    noteUnreadable(path, log.sections.empty() ? "this is no profiling log" : reason);
     return;
   }
   ++read_;
   damaged_ += text.cut || !log.notes.empty() ? 1 : 0;
+  const auto& lines = section->plugins;
+  clockSet_ += std::any_of(lines.begin(), lines.end(), endedBeforeItsStart) ? 1 : 0;
   const BootSample sample = sampleOf(*section);
   if (sample.makespan) {
     boots_.push_back(*sample.makespan);
@@ -155,12 +158,15 @@ Answer Fleet::answer(bool byHost, Format format, const TextStyle& style) {
   scoreHosts(view.hosts);
   Answer answer;
   answer.output = format == Format::Json ? fleetJson(view, byHost) : fleetText(view, byHost, style);
-  for (const std::string& path : unreadablePaths_) {
-    answer.notes.push_back(printable(path) + ": nothing in it can be read");
-  }
+  answer.notes = unreadablePaths_;
   if (unreadable_ > unreadablePaths_.size()) {
     answer.notes.push_back("and " + std::to_string(unreadable_ - unreadablePaths_.size()) +
                            " more that cannot be read");
+  }
+  if (clockSet_ > 0) {
+    answer.notes.push_back("in " + std::to_string(clockSet_) +
+                           " of the logs a plugin ended before it started (was the clock set?); "
+                           "that counts as a run of 0");
   }
   return answer;
 }

@@ -41,14 +41,15 @@ class Fleet {
   void addLog(const std::string& path, const std::string& host);
   Plugin& pluginOf(const std::string& name);
   void addFailures(const std::string& logPath, const ProfileSection& section);
-  void noteUnreadable(const std::string& path);
+  void noteUnreadable(const std::string& path, const std::string& reason);
 
   const std::optional<std::size_t> section_;
   const bool daemons_;
   std::size_t read_ = 0;
   std::size_t damaged_ = 0;
+  std::size_t clockSet_ = 0;  // logs with an end before its start
   std::size_t unreadable_ = 0;
-  std::vector<std::string> unreadablePaths_;  // the first few
+  std::vector<std::string> unreadablePaths_;  // the first few, with the reason
   std::vector<std::int64_t> boots_;
   std::vector<Plugin> plugins_;
   std::unordered_map<std::string, std::size_t> pluginNumbers_;

@@ -4,11 +4,14 @@
 #include <chrono>
 #include <utility>
 
+#include "util/utf8.h"
+
 namespace bootforge::analyze {
 namespace {
 
 using Kind = ProfileSection::Kind;
 
+constexpr std::string_view kHead = "HVKernel Initialization Time: ";
 constexpr std::size_t kToldLines = 3;
 constexpr std::size_t kToldSections = 10;
 constexpr std::size_t kLongestName = 255;  // a file's
@@ -87,11 +90,13 @@ class Reader {
   explicit Reader(const std::function<bool(std::string_view)>& isName) : isName_(isName) {}
 
   ProfilingLog read(std::string_view text) {
+    const bool carriageReturns = hasCarriageReturns(text);
     while (!text.empty()) {
       ++line_;
       const std::size_t end = text.find('\n');
       const bool terminated = end != std::string_view::npos;
-      const std::string_view line = text.substr(0, end);
+      std::string_view line = text.substr(0, end);
+      if (carriageReturns && line.ends_with('\r')) line.remove_suffix(1);
       text.remove_prefix(terminated ? end + 1 : text.size());
       if (!terminated) {
         readLast(line);
@@ -105,6 +110,13 @@ class Reader {
   }
 
  private:
+  /// Whether another system has put carriage returns before the line breaks. Names may end with
+  /// one, so the first line decides, which has none of its own.
+  static bool hasCarriageReturns(std::string_view text) {
+    const std::string_view first = text.substr(0, text.find('\n'));
+    return first.starts_with(kHead) && first.ends_with('\r');
+  }
+
   bool isName(std::string_view name) const { return isName_ && isName_(name); }
 
   ProfileSection* current() { return log_.sections.empty() ? nullptr : &log_.sections.back(); }
@@ -160,8 +172,8 @@ class Reader {
   }
 
   bool readHead(std::string_view line) {
-    if (!take(line, "HVKernel Initialization Time: ")) return false;
-    std::uint64_t value = 0;
+    if (!take(line, kHead) || line.starts_with('-')) return false;
+    std::int64_t value = 0;
     const auto [end, error] = std::from_chars(line.data(), line.data() + line.size(), value);
     if (error != std::errc() || end != line.data() + line.size()) return false;
     ProfileSection& section = openSection(Kind::Boot);
@@ -260,6 +272,15 @@ class Reader {
 };
 
 }  // namespace
+
+bool endedBeforeItsStart(const ProfiledPlugin& plugin) {
+  return plugin.start != 0 && plugin.end != 0 && plugin.end < plugin.start;
+}
+
+std::string noteOnItsEnd(const ProfiledPlugin& plugin) {
+  return printable(plugin.name) +
+         " ended before it started (was the clock set?); it counts as a run of 0";
+}
 
 std::optional<Moment> readMoment(std::string_view text) {
   Moment moment = 0;

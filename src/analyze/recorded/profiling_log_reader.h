@@ -20,14 +20,19 @@ struct ProfiledPlugin {
   Moment end = 0;
 };
 
+/// Whether the clock was set while it ran: its run counts as 0.
+bool endedBeforeItsStart(const ProfiledPlugin& plugin);
+/// What is said of it then.
+std::string noteOnItsEnd(const ProfiledPlugin& plugin);
+
 /// One run: the plugins of a boot or the init scripts of a daemon run.
 struct ProfileSection {
   enum class Kind { Boot, Daemon };
 
   Kind kind = Kind::Boot;
-  std::vector<ProfiledPlugin> plugins;              // in the order of the log
-  std::optional<std::uint64_t> kernelMicroseconds;  // the kernel's uptime when the run began
-  std::optional<Moment> start;                      // of the whole run
+  std::vector<ProfiledPlugin> plugins;             // in the order of the log
+  std::optional<std::int64_t> kernelMicroseconds;  // the kernel's uptime when the run began
+  std::optional<Moment> start;                     // of the whole run
   std::optional<Moment> end;
   bool headed = false;  // a boot section whose first line is there
   bool closed = false;  // its last line has been read

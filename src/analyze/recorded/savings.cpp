@@ -1,7 +1,6 @@
 #include "analyze/recorded/savings.h"
 
 #include <algorithm>
-#include <cmath>
 
 #include "analyze/recorded/critical_chain.h"
 #include "analyze/recorded/simulation.h"
@@ -32,7 +31,7 @@ Savings findSavings(const Timeline& timeline, const std::vector<KnownPlugin>& kn
   savings.plugins.resize(timeline.plugins.size());
   if (timeline.workers == 0) return savings;
   const auto makespanWith = [&](const Changes& changes) -> std::int64_t {
-    return std::llround(simulate(timeline, known, changes, timeline.workers).makespan);
+    return wholeMicroseconds(simulate(timeline, known, changes, timeline.workers).makespan);
   };
   savings.makespan = makespanWith({});
   if (timeline.makespan > 0) {

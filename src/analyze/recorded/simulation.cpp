@@ -1,6 +1,7 @@
 #include "analyze/recorded/simulation.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <optional>
 
@@ -178,6 +179,11 @@ class Simulator {
 Simulation simulate(const Timeline& timeline, const std::vector<KnownPlugin>& known,
                     const Changes& changes, std::size_t workers) {
   return Simulator(timeline, known, changes, workers).run();
+}
+
+std::int64_t wholeMicroseconds(long double microseconds) {
+  constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
+  return microseconds < static_cast<long double>(kMost) ? std::llround(microseconds) : kMost;
 }
 
 }  // namespace bootforge::analyze

@@ -41,4 +41,7 @@ struct Simulation {
 Simulation simulate(const Timeline& timeline, const std::vector<KnownPlugin>& known,
                     const Changes& changes, std::size_t workers);
 
+/// Rounded, and no more than 64 bits hold.
+std::int64_t wholeMicroseconds(long double microseconds);
+
 }  // namespace bootforge::analyze

@@ -21,8 +21,6 @@ namespace {
 
 namespace json = boost::json;
 
-std::int64_t rounded(long double microseconds) { return std::llround(microseconds); }
-
 std::optional<double> quotient(long double dividend, long double divisor) {
   if (divisor <= 0) return std::nullopt;
   return static_cast<double>(dividend / divisor);
@@ -51,7 +49,7 @@ std::string asJson(const Timeline& timeline, const std::vector<Simulation>& runs
     json::array order;
     for (const SimulatedRun& plugin : run.runs) order.emplace_back(jsonText(plugin.name));
     rows.emplace_back(json::object{{"workers", run.workers},
-                                   {"makespan", rounded(run.makespan)},
+                                   {"makespan", wholeMicroseconds(run.makespan)},
                                    {"speedup", orNull(speedupOf(timeline, run))},
                                    {"utilisation", orNull(utilisationOf(run))},
                                    {"executor", orNull(executorShareOf(run))},
@@ -79,7 +77,7 @@ std::string asText(const Timeline& timeline, const std::vector<Simulation>& runs
   TextTable table({">workers", ">boot", ">times as fast", ">workers busy", ">executor busy"});
   for (const Simulation& run : runs) {
     const std::optional<double> speedup = speedupOf(timeline, run);
-    table.add({std::to_string(run.workers), duration(rounded(run.makespan)),
+    table.add({std::to_string(run.workers), duration(wholeMicroseconds(run.makespan)),
                speedup ? fmt::format("{:.2f}", *speedup) : "-", percentText(utilisationOf(run)),
                percentText(executorShareOf(run))});
   }

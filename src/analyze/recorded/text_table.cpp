@@ -36,7 +36,8 @@ std::string duration(std::int64_t microseconds) {
   const auto value = static_cast<double>(microseconds);
   if (microseconds < 999'500) return amount(value / 1e3, "ms");
   if (microseconds < 99'950'000) return amount(value / 1e6, "s");
-  const std::int64_t seconds = (microseconds + 500'000) / 1'000'000;
+  const std::int64_t seconds =
+      microseconds / 1'000'000 + (microseconds % 1'000'000 >= 500'000 ? 1 : 0);
   if (seconds < 3'600) return fmt::format("{} min {} s", seconds / 60, seconds % 60);
   return fmt::format("{} h {} min", seconds / 3'600, seconds % 3'600 / 60);
 }

@@ -56,24 +56,23 @@ class TimelineMaker {
       if (line.start == 0) {
         plugin.result = TimedPlugin::Result::Never;
         plugin.start = 0;
-        if (line.end != 0) note(line.name, "has an end and no start; it counts as never run");
+        if (line.end != 0) {
+          timeline_.notes.push_back(printable(line.name) +
+                                    " has an end and no start; it counts as never run");
+        }
       } else if (line.end == 0) {
         plugin.result = TimedPlugin::Result::Skipped;
       } else {
         plugin.ran = true;
         plugin.end = line.end - timeline_.start;
-        if (line.end < line.start) {
-          note(line.name, "ended before it started (was the clock set?); it counts as a run of 0");
+        if (endedBeforeItsStart(line)) {
+          timeline_.notes.push_back(noteOnItsEnd(line));
           plugin.end = plugin.start;
         }
         plugin.run = plugin.end - plugin.start;
         timeline_.makespan = std::max(timeline_.makespan, plugin.end);
       }
     }
-  }
-
-  void note(const std::string& name, const char* text) {
-    timeline_.notes.push_back(printable(name) + ' ' + text);
   }
 
   void pairDescriptions() {

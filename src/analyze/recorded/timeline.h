@@ -46,7 +46,7 @@ struct Timeline {
   Moment start = 0;  // the earliest start, in microseconds since 1970; 0 when nothing ran
   std::int64_t makespan = 0;
   std::size_t workers = 0;
-  std::optional<std::uint64_t> kernelMicroseconds;
+  std::optional<std::int64_t> kernelMicroseconds;
   std::vector<TimedPlugin> plugins;  // in the order of the log
   Dependencies dependencies;         // between them
   // What people should know: ends before their starts and the like.

@@ -74,7 +74,7 @@ TEST_F(FleetOfHosts, WhatCannotBeReadIsCounted) {
   Fleet fleet(std::nullopt, false);
   EXPECT_FALSE(fleet.add("/fleet/missing"));
   EXPECT_THAT(fleet.answer(false, Format::Json, {}).notes,
-              ElementsAre("/fleet/missing: nothing in it can be read"));
+              ElementsAre("/fleet/missing: No such file or directory"));
 }
 
 TEST_F(FleetOfHosts, FailuresComeFromTheMessagesBeside) {

@@ -60,7 +60,7 @@ TEST(ProfilingLogReader, WholeBootIsReadWithoutANote) {
   ASSERT_THAT(log.sections, SizeIs(1));
   const ProfileSection& section = log.sections[0];
   EXPECT_EQ(section.kind, Kind::Boot);
-  EXPECT_EQ(section.kernelMicroseconds, 7'000'000U);
+  EXPECT_EQ(section.kernelMicroseconds, 7'000'000);
   EXPECT_EQ(section.end, Moment{1709622251000000});
   ASSERT_THAT(namesIn(section), ElementsAre("network", "left-out"));
   EXPECT_EQ(section.plugins[0].start, 1709622249000321);
