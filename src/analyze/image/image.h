@@ -30,6 +30,12 @@ struct ImageOptions {
   std::optional<std::string> initList;  // the text of a list in place of the image's
 };
 
+/// A library that an object cannot be loaded without.
+struct MissingLibrary {
+  std::string name;
+  std::string neededBy;  // the library that needs it; empty when the object itself does
+};
+
 /// A file of the plugin directory, or one that was named.
 struct PluginFile {
   std::string name;  // the entry's
@@ -46,7 +52,7 @@ struct PluginFile {
   NativeObject native;
   /// Why the image's loader would not take a shared object, and libraries that it would miss.
   std::string unloadable;
-  std::vector<std::string> missingLibraries;
+  std::vector<MissingLibrary> missingLibraries;
   /// What became of its plugin; none (a null plugin) for a file that has none or is rejected.
   Admission admission;
   bool hasInjection = false;  // a .debug file of which debug injections have the name

@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <boost/algorithm/string/replace.hpp>
+#include <deque>
 #include <map>
+#include <optional>
+#include <set>
 
 #include "analyze/image/library_folders.h"
 #include "analyze/image/machine.h"
@@ -29,32 +32,91 @@ std::string reasonAgainst(const PluginFile& file, std::uint16_t machine) {
          machineName(machine);
 }
 
+/// The loader itself is there: without it the orchestrator would not run.
+bool isLoader(const std::string& library) {
+  return library.starts_with("ld-linux") || library.starts_with("ld64.so") ||
+         library.starts_with("ld-musl") || library.starts_with("ld.so");
+}
+
 class Libraries {
  public:
-  explicit Libraries(const RootFolder& root) : root_(root), folders_(libraryFolders(root)) {}
+  Libraries(const RootFolder& root, std::uint16_t machine)
+      : root_(root), machine_(machine), folders_(libraryFolders(root)) {}
 
-  std::vector<std::string> missingOf(const PluginFile& file) {
-    std::vector<std::string> missing = file.native.needed;
-    std::erase_if(missing, [&](const std::string& library) { return isThere(file, library); });
+  /// By breadth, as the loader goes: what the object needs, and what that needs.
+  std::vector<MissingLibrary> missingOf(const PluginFile& file) {
+    std::vector<MissingLibrary> missing;
+    std::set<std::string> seen;
+    std::vector<Need> needs;
+    std::deque<RunPath> runPaths;
+    const auto add = [&](const std::string& object, const std::string& path,
+                         const NeededLibraries& libraries, const RunPath* outer) {
+      const RunPath& own = runPaths.emplace_back(runPathOf(path, libraries, outer));
+      for (const std::string& library : libraries.names) {
+        if (!object.empty() && isLoader(library)) continue;
+        if (seen.insert(library).second) needs.push_back({library, object, &own});
+      }
+    };
+    add("", file.path, file.native.libraries, nullptr);
+    for (std::size_t i = 0; i < needs.size(); ++i) {
+      const Need need = needs[i];
+      if (const std::optional<std::string> path = find(need.library, *need.runPath)) {
+        add(need.library, *path, neededLibrariesOf(*path), need.runPath);
+      } else {
+        missing.push_back({need.library, need.neededBy});
+      }
+    }
     return missing;
   }
 
  private:
-  bool isThere(const PluginFile& file, const std::string& library) {
+  using Folders = std::vector<std::string>;
+
+  /// Of an object, inside those of the objects that it was loaded for.
+  struct RunPath {
+    Folders folders;
+    bool isPassedOn;  // an old one, DT_RPATH; what has a new one does not look at those outside
+    const RunPath* outer;
+  };
+
+  struct Need {
+    std::string library;
+    std::string neededBy;
+    const RunPath* runPath;
+  };
+
+  static RunPath runPathOf(const std::string& path, const NeededLibraries& libraries,
+                           const RunPath* outer) {
+    RunPath runPath{libraries.folders, libraries.arePassedOn, outer};
+    for (std::string& folder : runPath.folders) {
+      boost::algorithm::replace_all(folder, "${ORIGIN}", folderOf(path));
+      boost::algorithm::replace_all(folder, "$ORIGIN", folderOf(path));
+    }
+    return runPath;
+  }
+
+  /// Where a library is, or nothing.
+  std::optional<std::string> find(const std::string& library, const RunPath& own) {
     // The loader takes a name with a slash for a path.
-    if (library.find('/') != std::string::npos) return isLibrary(library);
-    for (std::string folder : file.native.libraryFolders) {
-      boost::algorithm::replace_all(folder, "${ORIGIN}", folderOf(file.path));
-      boost::algorithm::replace_all(folder, "$ORIGIN", folderOf(file.path));
-      if (isLibrary(joined(folder, library))) return true;
+    if (library.find('/') != std::string::npos) {
+      return isLibrary(library) ? std::optional(library) : std::nullopt;
     }
-    const auto [known, isNew] = found_.emplace(library, false);
-    if (isNew) {
-      known->second = std::any_of(folders_.begin(), folders_.end(), [&](const std::string& folder) {
-        return isLibrary(joined(folder, library));
-      });
+    for (const RunPath* runPath = &own; runPath != nullptr; runPath = runPath->outer) {
+      if (runPath != &own && !runPath->isPassedOn) continue;
+      if (auto path = findIn(runPath->folders, library)) return path;
+      if (!own.isPassedOn) break;
     }
+    const auto [known, isNew] = found_.try_emplace(library);
+    if (isNew) known->second = findIn(folders_, library);
     return known->second;
+  }
+
+  std::optional<std::string> findIn(const Folders& folders, const std::string& library) const {
+    for (const std::string& folder : folders) {
+      std::string path = joined(folder, library);
+      if (isLibrary(path)) return path;
+    }
+    return std::nullopt;
   }
 
   bool isLibrary(const std::string& path) const {
@@ -62,9 +124,21 @@ class Libraries {
     return status && status->isRegular();
   }
 
+  const NeededLibraries& neededLibrariesOf(const std::string& path) {
+    const auto [known, isNew] = needed_.try_emplace(path);
+    if (isNew) {
+      // One for another machine is not what the loader would take.
+      const std::string library = root_.read(path).value_or("");
+      if (machineOf(library) == machine_) known->second = readNeededLibraries(library);
+    }
+    return known->second;
+  }
+
   const RootFolder& root_;
-  const std::vector<std::string> folders_;
-  std::map<std::string, bool> found_;
+  const std::uint16_t machine_;
+  const Folders folders_;
+  std::map<std::string, std::optional<std::string>> found_;
+  std::map<std::string, NeededLibraries> needed_;
 };
 
 }  // namespace
@@ -75,7 +149,7 @@ void judgeAsLoader(const RootFolder& root, std::vector<PluginFile>& files) {
   };
   if (std::none_of(files.begin(), files.end(), isNative)) return;
   const std::uint16_t machine = machineOfImage(root, files);
-  Libraries libraries(root);
+  Libraries libraries(root, machine);
   for (PluginFile& file : files) {
     if (!isNative(file)) continue;
     file.unloadable = reasonAgainst(file, machine);

@@ -126,21 +126,36 @@ class RecordReader {
   std::size_t budget_ = 16U << 20;
 };
 
+NeededLibraries neededLibrariesOf(const ElfMemory& memory) {
+  NeededLibraries libraries;
+  libraries.names = memory.dynamicStrings(DT_NEEDED);
+  std::vector<std::string> paths = memory.dynamicStrings(DT_RUNPATH);
+  libraries.arePassedOn = paths.empty();
+  if (paths.empty()) paths = memory.dynamicStrings(DT_RPATH);
+  for (const std::string& path : paths) {
+    std::vector<std::string> folders;
+    boost::algorithm::split(folders, path, boost::algorithm::is_any_of(":"));
+    libraries.folders.insert(libraries.folders.end(), folders.begin(), folders.end());
+  }
+  return libraries;
+}
+
 }  // namespace
+
+NeededLibraries readNeededLibraries(std::string_view file) {
+  try {
+    return neededLibrariesOf(ElfMemory(file));
+  } catch (const std::invalid_argument&) {
+    return {};
+  }
+}
 
 NativeObject readNativeObject(std::string_view file) {
   NativeObject object;
   object.machine = machineOf(file).value_or(EM_NONE);
   try {
     const ElfMemory memory(file);
-    object.needed = memory.dynamicStrings(DT_NEEDED);
-    std::vector<std::string> paths = memory.dynamicStrings(DT_RUNPATH);
-    if (paths.empty()) paths = memory.dynamicStrings(DT_RPATH);
-    for (const std::string& path : paths) {
-      std::vector<std::string> folders;
-      boost::algorithm::split(folders, path, boost::algorithm::is_any_of(":"));
-      object.libraryFolders.insert(object.libraryFolders.end(), folders.begin(), folders.end());
-    }
+    object.libraries = neededLibrariesOf(memory);
     RecordReader(memory, object).read();
   } catch (const std::invalid_argument& error) {
     object.unloadable = error.what();

@@ -11,6 +11,13 @@
 
 namespace bootforge::analyze {
 
+/// What the loader has to find for an object before it takes it; ld.so(8).
+struct NeededLibraries {
+  std::vector<std::string> names;
+  std::vector<std::string> folders;  // of its run path, "$ORIGIN" as it stands
+  bool arePassedOn = false;          // an old run path holds for what its libraries need, too
+};
+
 /// What the headers, the dynamic section and the records of an object say. Pointers in the records
 /// are filled by relocations, as the loader would; elf(5).
 struct NativeObject {
@@ -18,8 +25,7 @@ struct NativeObject {
   std::string unloadable;
   std::uint16_t machine = 0;  // EM_X86_64 and so on; 0 for what is no ELF file
 
-  std::vector<std::string> needed;          // names of libraries
-  std::vector<std::string> libraryFolders;  // of its run path, "$ORIGIN" as it stands
+  NeededLibraries libraries;
   std::vector<std::string> missingSymbols;  // of the two that a plugin has
   std::vector<std::string> recordFaults;    // reasons of the orchestrator
   NativeRecord record;                      // whole when there is nothing wrong above
@@ -31,6 +37,9 @@ struct NativeObject {
 
 /// Reads an object. Any bytes will do; nothing is trusted.
 NativeObject readNativeObject(std::string_view file);
+
+/// Of any object. Empty for a file that is none.
+NeededLibraries readNeededLibraries(std::string_view file);
 
 /// The machine that the head of an ELF file names, or nothing for another file.
 std::optional<std::uint16_t> machineOf(std::string_view head);

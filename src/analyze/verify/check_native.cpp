@@ -17,9 +17,12 @@ void checkNative(const Image& image, Reporter& reporter) {
     for (const std::string& fault : file.native.recordFaults) {
       reporter.add("native-record-invalid", file.path, name, fault);
     }
-    for (const std::string& library : file.missingLibraries) {
+    for (const MissingLibrary& library : file.missingLibraries) {
+      const std::string who =
+          library.neededBy.empty() ? "" : ", which \"" + library.neededBy + "\" needs,";
       reporter.add("native-library-missing", file.path, name,
-                   "the library \"" + library + "\" is in none of the image's library folders");
+                   "the library \"" + library.name + '"' + who +
+                       " is in none of the image's library folders");
     }
   }
 }

@@ -133,6 +133,19 @@ TEST_F(VerifyNative, LibraryThatIsInNoFolderIsFound) {
                                   "\"libc.so.6\" is in none of the image's library folders"));
 }
 
+TEST_F(VerifyNative, WhatALibraryNeedsIsNeeded) {
+  std::string object = sharedObject("needy");
+  const std::string needed = "libc.so.6";
+  object.replace(object.find(needed), needed.size(), "libd.so.6");
+  putPlugin("a.so", object);
+  put("/usr/lib/libd.so.6", sharedObject("needy"));
+  EXPECT_THAT(told(), ElementsAre("error native-library-missing PLUGINS/a.so a: the library "
+                                  "\"libc.so.6\", which \"libd.so.6\" needs, is in none of the "
+                                  "image's library folders"));
+  put("/usr/lib/libc.so.6", sharedObject("needy"));
+  EXPECT_THAT(told(), IsEmpty());
+}
+
 TEST_F(VerifyNative, LibraryIsFoundInEveryOrdinaryFolder) {
   object("a.so", "needy");
   for (const char* folder : {"/lib", "/usr/lib", "/lib64", "/usr/lib64", "/lib/x86_64-linux-gnu",
