@@ -128,6 +128,8 @@ class HangingBoots(NativeCase):
     def test_standard_output_and_syslog_name_it_and_say_what_they_do_not_know(self):
         host = self.host_with_a_command_that_hangs()
         process = self.start_until_it_hangs(host)
+        # What the program was started for is told everywhere before it runs.
+        host.wait_for(lambda: host.processes("/usr/bin/wait-here"), "the program that hangs")
         host.drain()
         for capture, stamp in ((process.stdout.decode(), r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z"),
                                (self.syslog_file(host), r"\w{3} [ \d]\d \d\d:\d\d:\d\d")):

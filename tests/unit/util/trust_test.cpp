@@ -27,7 +27,7 @@ class TrustedLink : public testing::Test {
 TEST_F(TrustedLink, IsOursInAFolderThatOnlyWeMayWrite) { EXPECT_TRUE(isTrustedLink(kLink)); }
 
 TEST_F(TrustedLink, IsNoneInAFolderOfOursThatOthersMayWrite) {
-  for (const mode_t mode : {0775, 0757, 01777}) {
+  for (const mode_t mode : {0775U, 0757U, 01777U}) {
     ::chmod(kFolder, mode);
     EXPECT_FALSE(isTrustedLink(kLink)) << std::oct << mode;
   }
