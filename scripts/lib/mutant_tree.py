@@ -38,6 +38,7 @@ class Tree:
     def __init__(self, place):
         self.place = place
         self.build_folder = f"{place}/build/clang"
+        self.sources = {}
         os.makedirs(place, exist_ok=True)
         for name in COPIED:
             self.bring(name)
@@ -122,12 +123,13 @@ class Tree:
         """Builds as many of the mutants as can stand side by side; gives their numbers by name, and
         notes those that cannot be built at all."""
         self.build(targets)
+        self.sources = {mutant.path: text_of(f"{self.place}/{mutant.path}") for _, mutant in chosen}
         standing = {}  # path: [(start, end, text, name, mutant)]
         numbers = {}
         for name, mutant in chosen:
             if not mutant.path.endswith(".cpp") or len(numbers) + 1 >= MOST:
                 continue
-            source = text_of(f"{PROJECT}/{mutant.path}")
+            source = self.sources[mutant.path]
             start, end, text = mutants.switched(source, mutant, len(numbers) + 1)
             here = standing.setdefault(mutant.path, [])
             if any(start < other[1] and other[0] < end for other in here):
@@ -150,7 +152,7 @@ class Tree:
                 sys.exit(f"{self.text()[-5000:]}\nnothing can be learnt: this is no mutant's fault")
 
     def write_switched(self, path, here):
-        source = text_of(f"{PROJECT}/{path}")
+        source = self.sources[path]
         for start, end, text, *_ in sorted(here, reverse=True):
             source = source[:start] + text + source[end:]
         self.write(f"{self.place}/{path}", f'#include "{SWITCHES}"\n#line 1\n{source}')
@@ -162,7 +164,7 @@ class Tree:
                                                    self.text(), re.M)):
             path = os.path.relpath(os.path.join(self.build_folder, file), self.place)
             here = standing.get(path, [])
-            source = text_of(f"{PROJECT}/{path}") if here else ""
+            source = self.sources[path] if here else ""
 
             def distance(each, source=source, line=int(at)):
                 first, last = (source.count("\n", 0, place) + 1 for place in each[:2])

@@ -65,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string_view input(reinterpret_cast<const char*>(data), size);
   const bool isCompressed = input.starts_with("\x1F\x8B");
   const std::size_t zero = isCompressed ? std::string_view::npos : input.find('\0');
-  constexpr std::size_t kMost = std::size_t{1} << 20U;
+  constexpr std::size_t kMost = std::size_t{1} << 16U;
   const PlainText text = plainText(std::string(input.substr(0, zero)), kMost);
   require(!isCompressed || text.text.size() <= kMost);
   BootMessages messages;

@@ -89,7 +89,7 @@ void checkCut(const std::string& text, std::size_t most) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   // Each character is counted from the beginning again.
-  constexpr std::size_t kMost = 1024;
+  constexpr std::size_t kMost = 256;
   const std::string text(reinterpret_cast<const char*>(data), std::min(size, kMost));
   checkPrintable(text, checkCharacters(text));
   checkControls(text);
