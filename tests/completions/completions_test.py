@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Completion of the programs in bash, zsh and fish: what each offers for a line.
 
-completions_test.py BUILD IMAGE, where BUILD has the programs and IMAGE is that of the scratch hosts.
+completions_test.py BUILD IMAGE: the folder of the programs, and the image of the scratch hosts.
 """
 
 import json
@@ -119,6 +119,9 @@ class Completion:
     def assert_offered(self, line, expected):
         self.assertEqual(self.offered(line), set(expected), line)
 
+    def assert_files(self, line, expected):
+        self.assertEqual({word.rstrip("/") for word in self.offered(line)}, expected, line)
+
     def need_hypcli(self):
         done = subprocess.run([f"{self.root}/bin/hypcli", "--list"], stdout=subprocess.PIPE,
                               stderr=subprocess.PIPE, text=True, check=False, timeout=60)
@@ -128,8 +131,8 @@ class Completion:
     # bootforge-analyze
 
     def test_the_verbs_of_the_analyzer_are_those_of_its_help(self):
-        verbs = set(re.findall(r"^  ([a-z-]+) ", help_of("bootforge-analyze").split("Subcommands:")[1],
-                               re.M))
+        _, _, table = help_of("bootforge-analyze").partition("Subcommands:")
+        verbs = set(re.findall(r"^  ([a-z-]+) ", table, re.M))
         self.assertGreater(len(verbs), 10)
         offered = {word for word in self.offered("bootforge-analyze ") if not word.startswith("-")}
         self.assertEqual(offered, verbs)
@@ -137,10 +140,12 @@ class Completion:
     def test_the_options_of_each_verb_are_those_of_its_help(self):
         for verb in ("verify", "simulate", "export", "gate", "fleet", "names"):
             expected = options_in(help_of("bootforge-analyze", verb))
-            self.assertEqual(options_of(self.offered(f"bootforge-analyze {verb} --")), expected, verb)
+            offered = self.offered(f"bootforge-analyze {verb} --")
+            self.assertEqual(options_of(offered), expected, verb)
 
     def test_values_of_choices_are_offered(self):
-        self.assert_offered("bootforge-analyze verify --format ", ["text", "json", "sarif", "github"])
+        self.assert_offered("bootforge-analyze verify --format ",
+                            ["text", "json", "sarif", "github"])
         self.assert_offered("bootforge-analyze verify --fail-on=w", ["warning"])
         self.assert_offered("bootforge-analyze fleet --by ", ["host"])
 
@@ -173,10 +178,8 @@ class Completion:
         self.assert_offered("bootforge-analyze names ", kinds.split("|"))
 
     def test_files_are_offered_where_files_are_meant(self):
-        self.assertEqual({word.rstrip("/") for word in self.offered("bootforge-analyze diff f")},
-                         {"file", "folder"})
-        self.assertEqual({word.rstrip("/") for word in self.offered("bootforge-analyze plan --root f")},
-                         {"folder"})
+        self.assert_files("bootforge-analyze diff f", {"file", "folder"})
+        self.assert_files("bootforge-analyze plan --root f", {"folder"})
 
     # bootforge
 
@@ -222,7 +225,7 @@ class Completion:
     def test_a_value_may_be_a_file(self):
         self.need_hypcli()
         for line in ("hypcli network ip set --interface f", "hypcli network ip set -i f"):
-            self.assertEqual({word.rstrip("/") for word in self.offered(line)}, {"file", "folder"})
+            self.assert_files(line, {"file", "folder"})
 
     def test_a_command_with_a_parameter_help_is_not_run(self):
         self.need_hypcli()

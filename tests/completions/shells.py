@@ -1,8 +1,8 @@
 """Shells that complete a line, as somebody at a terminal sees it.
 
-Each is a context manager with complete(line), which gives the set of what may stand in the place of the
-line's last word. bash and zsh run at a terminal and insert all that they would offer. The files are those
-that are installed below a folder SHARE.
+Each is a context manager with complete(line), which gives the set of what may stand in the place of
+the line's last word. bash and zsh run at a terminal and insert all that they would offer. The files
+are those that are installed below a folder SHARE.
 """
 
 import os
@@ -30,7 +30,7 @@ def last_word(line):
 
 
 def front_of(line):
-    """What a shell may leave out of the further words: "--option=" and the list that stands there."""
+    """What a shell may leave out of the further words: the option that the value is for."""
     return re.match(r"(--[^=]*=)?", last_word(line)).group()
 
 
@@ -94,7 +94,10 @@ class Bash(Terminal):
                 for name in bootforge bootforge-analyze hypcli; do
                     . {shlex.quote(share)}/bash-completion/completions/$name
                 done
-                show() {{ printf '\\002%s\\003' "$READLINE_LINE"; READLINE_LINE= READLINE_POINT=0; }}
+                show() {{
+                    printf '\\002%s\\003' "$READLINE_LINE"
+                    READLINE_LINE= READLINE_POINT=0
+                }}
                 bind '"\\C-xa": insert-completions'
                 bind -x '"\\C-xs": show'
                 printf '\\002\\003'
