@@ -43,6 +43,24 @@ install(FILES ${CMAKE_BINARY_DIR}/package/bootforgeConfig.cmake
 install(FILES ${CMAKE_BINARY_DIR}/package/bootforge.pc DESTINATION ${CMAKE_INSTALL_DATADIR}/pkgconfig
         COMPONENT development)
 
+# For those who write plugins: docs/editors.md.
+file(GLOB schemas CONFIGURE_DEPENDS share/schemas/*.schema.json)
+install(FILES ${schemas} DESTINATION ${CMAKE_INSTALL_DATADIR}/bootforge/schemas COMPONENT development)
+
+# A shell looks for a file with the name of the program.
+foreach(name bootforge hypcli bootforge-analyze)
+  set(component runtime)
+  if(name STREQUAL "bootforge-analyze")
+    set(component analyze)
+  endif()
+  install(FILES share/completions/bash/bootforge RENAME ${name} COMPONENT ${component}
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  install(FILES share/completions/fish/${name}.fish COMPONENT ${component}
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+endforeach()
+install(FILES share/completions/zsh/_bootforge COMPONENT runtime
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+
 # A manual page goes with what it is about.
 file(GLOB manual_pages CONFIGURE_DEPENDS docs/*.[1-8])
 foreach(page ${manual_pages})

@@ -77,6 +77,7 @@ int run(int argc, char** argv) {
   addGate(app, status);
   addExport(app, status);
   addFleet(app, status);
+  addNames(app, status);
   const std::string line = std::string("bootforge-analyze ") + version();
   app.set_version_flag("--version", line);
   for (CLI::App* const verb : allVerbs(app)) verb->set_version_flag("--version", line);

@@ -92,7 +92,10 @@ class Components(unittest.TestCase):
         self.assertFalse([path for path in have if "analyze" not in path])
 
     def test_authors_of_plugins_get_what_depends_on_no_machine(self):
-        self.assertEqual(files(self.parts["development"]), {
+        schemas = {path for path in files(self.parts["development"])
+                   if path.startswith("usr/share/bootforge/schemas/")}
+        self.assertEqual(len(schemas), len(glob.glob(f"{PROJECT}/share/schemas/*.json")))
+        self.assertEqual(files(self.parts["development"]) - schemas, {
             "usr/include/bootforge/plugin.h", "usr/share/man/man3/bootforge-native.3",
             "usr/share/cmake/bootforge/bootforgeConfig.cmake",
             "usr/share/cmake/bootforge/bootforgeConfigVersion.cmake",
