@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """The schemas of share/schemas accept what bootforge accepts, and warn of what it ignores.
 
-Files are drawn; the program's verdict is that of "bootforge-analyze verify", whose readers are those
-of a boot. What a schema cannot say is let through by it, and nothing else: see CANNOT_SAY.
+Files are drawn; the program's verdict is that of "bootforge-analyze verify", whose readers are
+those of a boot. What a schema cannot say is let through by it, and nothing else: see CANNOT_SAY.
 """
 
 import argparse
