@@ -9,8 +9,8 @@ namespace {
 constexpr const char* kGroupWord = "++group=";
 constexpr const char* kOwnName = "launch";
 constexpr const char* kUse =
-    "call me through a link that has an init script's name: "
-    "/usr/lib/nimbus/bootforge/init.d/NAME ++group=GROUP WORDS... runs /etc/init.d/NAME WORDS... "
+    "call me through a link that has an init script's name: " BOOTFORGE_HELPER_DIR
+    "/init.d/NAME ++group=GROUP WORDS... runs /etc/init.d/NAME WORDS... "
     "in that control group (chkconfig --add-launchers makes the links)";
 
 /// No component is empty, "." or "..": the group stays below its place.
