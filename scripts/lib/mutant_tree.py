@@ -254,6 +254,7 @@ class Tree:
         for _ in range(2):
             status = self.call(["ctest", "--test-dir", "build/clang", "-R", f"^{test}$"],
                                4 * PATIENCE, worker, **environment)
+            self.end_what_is_left(worker)
             if status in (0, HUNG):
                 return "" if status == 0 else HUNG
         return test
