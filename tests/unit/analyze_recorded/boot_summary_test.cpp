@@ -31,7 +31,7 @@ TEST(BootSummary, TellsOfFailuresAndOfWhatDidNotRun) {
                                  ran("b", 0, 20),
                                  ran("c", 0, 30),
                                  ran("d\n", 0, 40),
-                                 {"e", 0, 0},
+                                 {"e", test::kBegin + 50, 0},
                                  {"f", 0, 0}});
   section.kernelMicroseconds = 1'500'000;
   EXPECT_EQ(bootSummary(makeTimeline(section, {}, &messages), {}),
