@@ -1,4 +1,4 @@
-"""The examples: what their pages show happens, and every file of the sample host says what it is."""
+"""The examples: what their pages show happens; each file of the sample host says what it is for."""
 
 import glob
 import os

@@ -1,7 +1,7 @@
 //! The interface between bootforge and a native plugin, include/bootforge/plugin.h in Rust.
 //!
-//! A reference that may be missing has the layout of a pointer that may be null, so there is nothing
-//! unsafe in a plugin but the names that it exports.
+//! A reference that may be missing has the layout of a pointer that may be null, so nothing in a
+//! plugin is unsafe but the names that it exports.
 
 use std::os::raw::c_int;
 use std::panic;
@@ -58,8 +58,8 @@ pub const fn texts<const N: usize>(list: &'static [Text; N]) -> Texts {
     Some(&list[0])
 }
 
-/// Does the work of an entry, which is called from C: an error becomes a line on standard error, and
-/// a panic, which has said so itself, ends here.
+/// Does the work of an entry, which is called from C: an error becomes a line on standard error,
+/// and a panic, which has said so itself, ends here.
 pub fn entry(name: &str, work: fn() -> std::io::Result<()>) -> c_int {
     match panic::catch_unwind(work) {
         Ok(Ok(())) => 0,
