@@ -68,7 +68,7 @@ class Tree:
         with open(self.output(worker), encoding="utf-8", errors="replace") as file:
             return file.read()
 
-    def call(self, words, patience=PATIENCE, worker=0, **environment):
+    def call(self, words, patience=None, worker=0, **environment):
         """Exit status; HUNG when nothing more was written for a while."""
         environment = {**os.environ, "CCACHE_BASEDIR": self.place, "CCACHE_NOHASHDIR": "1",
                        "MUTANT_WORKER": str(worker), **environment}
@@ -80,7 +80,7 @@ class Tree:
         while written != os.stat(self.output(worker)).st_size:
             written = os.stat(self.output(worker)).st_size
             try:
-                return process.wait(patience)
+                return process.wait(patience or PATIENCE)
             except subprocess.TimeoutExpired:
                 pass
         os.killpg(process.pid, signal.SIGKILL)
