@@ -97,7 +97,9 @@ Outcome Adoption::disable(bool isForced) {
     return outcome;
   }
   takeBack(*record, isForced, outcome);
-  outcome.lines.emplace_back("everything is as it was before");
+  outcome.lines.emplace_back(outcome.notes.empty()
+                                 ? "it is adopted no longer; every file is as it was before"
+                                 : "it is adopted no longer");
   return outcome;
 }
 
@@ -139,8 +141,8 @@ bool Adoption::addLaunchers(Record& record, Outcome& outcome) {
   if (record.init == "systemd") return false;
   Record added{record.init, missingLaunchers(root_, tree_)};
   if (added.steps.empty()) return false;
-  // What is taken back last stands first.
-  record.steps.insert(record.steps.begin(), added.steps.begin(), added.steps.end());
+  // The last step stays the one that makes the boot another one.
+  record.steps.insert(record.steps.end() - 1, added.steps.begin(), added.steps.end());
   writeRecord(record);
   tree_.settle();
   for (const Step& step : added.steps) make(step);
@@ -163,7 +165,7 @@ void Adoption::carryOut(const Record& record, Outcome& outcome) {
     std::string text = error.what();
     try {
       takeBack(record, false, outcome);
-      text += "; everything is as it was before";
+      text += "; what was done is taken back";
     } catch (const Exception& another) {
       text += std::string("; taking back what was done failed, too: ") + another.what() +
               "; \"bootforge-adopt disable\" goes on";

@@ -53,9 +53,11 @@ void checkFree(const Tree& tree, const std::string& path) {
 }
 
 void addFolder(const Tree& tree, const std::string& path, std::vector<Step>& steps) {
-  const Entry entry = tree.look(path);
-  if (entry.isFolder()) return;
-  if (entry.isThere()) checkFree(tree, path);
+  const bool isPlanned = std::any_of(steps.begin(), steps.end(), [&](const Step& step) {
+    return step.kind == Step::Kind::kFolder && step.path == path;
+  });
+  if (isPlanned || tree.look(path).isFolder()) return;
+  checkFree(tree, path);
   if (path != "/") addFolder(tree, folderOf(path), steps);
   steps.push_back({Step::Kind::kFolder, path, {}, {}, {}});
 }

@@ -1,5 +1,6 @@
 #include "tools/adopt/record.h"
 
+#include <algorithm>
 #include <boost/json.hpp>
 #include <exception>
 #include <utility>
@@ -76,7 +77,9 @@ Step stepFrom(const json::object& object) {
 Record recordFrom(const std::string& text) {
   json::parse_options options;
   options.allow_invalid_utf8 = true;  // the lines of other people's files are kept as they are
-  const json::value value = json::parse(text, {}, options);
+  boost::system::error_code error;
+  const json::value value = json::parse(text, error, {}, options);
+  if (error) throw Exception(error.message());
   const json::object& object = value.as_object();
   if (json::value_to<int>(object.at("version")) != kVersion) {
     throw Exception("it is of another version of bootforge-adopt");
@@ -86,6 +89,7 @@ Record recordFrom(const std::string& text) {
   for (const json::value& step : object.at("steps").as_array()) {
     record.steps.push_back(stepFrom(step.as_object()));
   }
+  if (record.steps.empty()) throw Exception("it has no steps");
   return record;
 }
 
@@ -99,6 +103,8 @@ std::optional<Record> readRecord(const Tree& tree, const std::string& path) {
     if (entry.isFile()) return recordFrom(entry.content);
   } catch (const std::exception& error) {
     reason = error.what();
+    // Where in the library it was thrown is of no use to anybody.
+    reason.erase(std::min(reason.find(" [boost"), reason.size()));
   }
   throw Exception(path + ": this is no record of bootforge-adopt: " + reason);
 }
