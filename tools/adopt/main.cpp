@@ -117,6 +117,14 @@ int run(int argc, char** argv) {
   return status;
 }
 
+/// Somebody reads the answer, or is told that it got lost.
+int runAndFlush(int argc, char** argv) {
+  const int status = run(argc, argv);
+  if (std::fflush(stdout) == 0) return status;
+  tell("standard output: " + systemErrorText(errno));
+  return kFailed;
+}
+
 }  // namespace
 }  // namespace bootforge::adopt
 
@@ -124,9 +132,5 @@ int main(int argc, char** argv) {
   bootforge::adopt::openMissingStreams();
   // Folders that are made have the modes that they are given.
   ::umask(S_IWGRP | S_IWOTH);
-  const int status = bootforge::adopt::run(argc, argv);
-  if (std::fflush(stdout) == 0) return status;
-  std::fprintf(stderr, "bootforge-adopt: standard output: %s\n",
-               bootforge::systemErrorText(errno).c_str());
-  return bootforge::adopt::kFailed;
+  return bootforge::adopt::runAndFlush(argc, argv);
 }
