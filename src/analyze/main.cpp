@@ -76,6 +76,7 @@ int run(int argc, char** argv) {
   addGate(app, status);
   addExport(app, status);
   addFleet(app, status);
+  addNames(app, status);
   const std::string version = std::string("bootforge-analyze ") + BOOTFORGE_VERSION;
   app.set_version_flag("--version", version);
   for (CLI::App* const verb : allVerbs(app)) verb->set_version_flag("--version", version);

@@ -107,6 +107,10 @@ int answer(std::vector<std::string> words) {
   }
   CommandRegistry registry;
   readCommands(&registry);
+  if (words.size() == 1 && words[0] == "--list") {
+    hypcli::printList(registry);
+    return kDone;
+  }
   bool wantsHelp = takeHelpWord(registry, &words);
   CommandLine line = host_linux::parseWords(words);
   // The words of a namespace alone ask what there is in it, as no words do.
