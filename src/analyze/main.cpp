@@ -11,6 +11,7 @@
 #include "analyze/verbs.h"
 #include "reading/nearest.h"
 #include "util/utf8.h"
+#include "util/version.h"
 
 namespace bootforge::analyze {
 namespace {
@@ -77,9 +78,9 @@ int run(int argc, char** argv) {
   addExport(app, status);
   addFleet(app, status);
   addNames(app, status);
-  const std::string version = std::string("bootforge-analyze ") + BOOTFORGE_VERSION;
-  app.set_version_flag("--version", version);
-  for (CLI::App* const verb : allVerbs(app)) verb->set_version_flag("--version", version);
+  const std::string line = std::string("bootforge-analyze ") + version();
+  app.set_version_flag("--version", line);
+  for (CLI::App* const verb : allVerbs(app)) verb->set_version_flag("--version", line);
   try {
     checkVerb(app, argc, argv);
     std::vector<std::string> words = withEmptyValues(markSides(argc, argv));

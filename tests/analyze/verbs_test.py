@@ -254,7 +254,7 @@ class Text(ImageCase):
         for words in [["--version"], *([verb, "--version"] for verb in VERBS)]:
             answer = self.run_plain(*words)
             self.assertEqual(answer.status, 0, words)
-            self.assertRegex(answer.text, r"^bootforge-analyze \d+\.\d+\.\d+\n$", words)
+            self.assertRegex(answer.text, r"^bootforge-analyze \d+\.\d+\.\d+(\+\S+)?\n$", words)
 
 
 class Root(ImageCase):

@@ -16,6 +16,7 @@
 #include "tools/adopt/host_tree.h"
 #include "util/system_error.h"
 #include "util/utf8.h"
+#include "util/version.h"
 
 namespace bootforge::adopt {
 namespace {
@@ -77,7 +78,7 @@ int run(int argc, char** argv) {
   app.failure_message([](const CLI::App*, const CLI::Error& error) {
     return "bootforge-adopt: " + printable(error.what()) + "\nSee bootforge-adopt --help.\n";
   });
-  app.set_version_flag("--version", "bootforge-adopt " BOOTFORGE_VERSION);
+  app.set_version_flag("--version", std::string("bootforge-adopt ") + version());
   Arguments arguments;
   int status = kGood;
 

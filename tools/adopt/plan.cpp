@@ -22,7 +22,7 @@ using analyze::RootFolder;
 
 constexpr const char* kInit = "/sbin/init";
 constexpr const char* kInittab = "/etc/inittab";
-constexpr const char* kBootforge = "/usr/sbin/bootforge";
+constexpr const char* kBootforge = BOOTFORGE_PROGRAM;
 constexpr const char* kChkconfig = "/bin/chkconfig";
 constexpr const char* kMkdir = "/bin/mkdir";
 

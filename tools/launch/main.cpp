@@ -33,7 +33,7 @@ constexpr const char* kGroupWord = "++group=";
 constexpr const char* kOwnName = "launch";
 constexpr const char* kUse =
     "call me through a link that has an init script's name: "
-    "/usr/lib/nimbus/bootforge/init.d/NAME ++group=GROUP WORDS... runs /etc/init.d/NAME WORDS... "
+    BOOTFORGE_HELPER_DIR "/init.d/NAME ++group=GROUP WORDS... runs /etc/init.d/NAME WORDS... "
     "in that control group (chkconfig --add-launchers makes the links)";
 
 int refuse(const char* subject, const char* reason) {
