@@ -40,6 +40,7 @@ def make_initramfs(folder, kernel, busybox):
     for applet in ("sh", "mount", "insmod", "switch_root"):
         os.symlink("busybox", f"{root}/bin/{applet}")
     write(f"{root}/sbin/init", FIRST_PROGRAM, 0o755)
+    write(f"{root}/init", "")  # switch_root looks for it before it removes everything
     modules, = glob.glob(f"{kernel}/lib/modules/*") + glob.glob(f"{kernel}/usr/lib/modules/*")
     for number, module in enumerate(MODULES):
         for path in glob.glob(f"{modules}/kernel/{module}.ko*"):
