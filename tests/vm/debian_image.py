@@ -22,11 +22,13 @@ exec switch_root /root /sbin/init
 LINES = """lo::sysinit:/usr/local/bin/busybox ifconfig lo 127.0.0.1 up
 ts:2345:respawn:/usr/local/bin/test-shell
 """
+# What is sent while nobody has the line open is lost.
 TEST_SHELL = """#!/bin/sh
+exec </dev/null >/dev/ttyS1 2>&1
 stty -F /dev/ttyS1 raw -echo
 export PATH=/usr/sbin:/usr/bin:/sbin:/bin:/usr/local/bin
-echo '=== 0 ===' >/dev/ttyS1
-exec setsid sh </dev/ttyS1 >/dev/ttyS1 2>&1
+echo '=== 0 ==='
+exec sh /dev/ttyS1
 """
 DISK_SIZE = "600M"
 
@@ -56,6 +58,7 @@ def make_disk(folder, debian, build, busybox, cmake):
     subprocess.run(["cp", "-a", debian, root], check=True)
     image.install(build, root, cmake, "--strip")
     shutil.copy(busybox, f"{root}/usr/local/bin/busybox")
+    os.symlink("busybox", f"{root}/usr/local/bin/usleep")
     write(f"{root}/usr/local/bin/test-shell", TEST_SHELL, 0o755)
     write(f"{root}/etc/fstab", "/dev/nvme0n1 / ext4 defaults 0 0\n")
     with open(f"{root}/etc/inittab", encoding="utf-8") as file:
