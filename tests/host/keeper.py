@@ -146,6 +146,10 @@ def _become(root, request, fds):
     program = os.fsencode(request["program"])
     words = [os.fsencode(word) for word in request["argv"]]
     environment = {os.fsencode(key): os.fsencode(value) for key, value in request["env"].items()}
+    if request["user"]:
+        os.setgroups([])
+        os.setgid(request["user"])
+        os.setuid(request["user"])
     # Last of all: with these, nothing may work any more.
     for name, value in request["limits"].items():
         resource.setrlimit(getattr(resource, f"RLIMIT_{name}"), (value, value))

@@ -143,13 +143,14 @@ class ScratchHost(root_folder.RootFolder):
         return self.finish(self.start(program, *arguments, **options))
 
     def start(self, program, *arguments, closed=(), stdout=None, extra=None, env=None, cwd="/",
-              argv0=None, dropped=(), group_leader=False, limits=None, groups=()):
+              argv0=None, dropped=(), group_leader=False, limits=None, groups=(),
+              user=0):
         """Starts a program, with standard input from /dev/null and both outputs in pipes.
 
         `closed` are streams that it does not get at all, `stdout` replaces the pipe, `extra` maps
         more descriptor numbers, `dropped` are capabilities that even root does not get, `limits`
         resource limits by the names of setrlimit(2), `groups` control groups by the paths that
-        their processes are written to.
+        their processes are written to, `user` the number of the user and the group that it runs as.
         """
         given, streams = {}, {}
         ours = [os.open("/dev/null", os.O_RDONLY)]
@@ -171,7 +172,8 @@ class ScratchHost(root_folder.RootFolder):
                    "argv": [argv0 or program, *arguments],
                    "env": {**ENVIRONMENT, **passed_on, **(env or {})}, "cwd": cwd,
                    "dropped": list(dropped), "group_leader": group_leader,
-                   "limits": limits or {}, "groups": list(groups), "streams": list(given)}
+                   "limits": limits or {}, "groups": list(groups), "user": user,
+                   "streams": list(given)}
         socket.send_fds(self._channel, [json.dumps(request).encode()], list(given.values()))
         for fd in ours:
             os.close(fd)

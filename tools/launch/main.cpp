@@ -19,10 +19,10 @@
 
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 
+#include "platform/linux/default_signals.h"
 #include "tools/launch/relay.h"
 
 namespace {
@@ -87,10 +87,7 @@ bool isNullDevice(int fd) {
 
 /// Whoever calls, by hand or in a boot: the script finds the same.
 void takeDefaults() {
-  for (int signal = 1; signal < NSIG; ++signal) ::signal(signal, SIG_DFL);
-  sigset_t none;
-  sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  host_linux::defaultSignals();
   constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;
   ::umask(::umask(kOthersWrite) | kOthersWrite);
 }
