@@ -17,6 +17,8 @@ RUNS_FOR_A_HOST = 60
 NOT_LOADED = re.compile(r"error while loading shared libraries|cannot allocate TLS|"
                         r"terminate called without an active exception")
 
+NO_MEMORY = re.compile(r"std::bad_alloc|out of memory while a message was formatted")
+
 
 class Failure(AssertionError):
     """Something that must not be."""
@@ -128,11 +130,15 @@ class Stage:
         # Before main, the loader ends a program with 127, or it dies where it has no memory at all.
         unborn = not any(TELLING.search(line) for line in outcome.lines) and (
             NOT_LOADED.search(outcome.errors) or
-            status in (-signal.SIGSEGV, -signal.SIGKILL, 126) and not outcome.lines)
+            status in (-signal.SIGSEGV, -signal.SIGKILL, 126))
         if unborn:
             expect(not run.left, f"{says}: it left {run.left}", host)
             self._run_again(title)
             return "not loaded"
+        if status == -signal.SIGABRT and NO_MEMORY.search(outcome.errors):
+            # Not even a message could be made; the executor is left to the next run.
+            self._run_again(title)
+            return "aborted"
         if not killed or status != -signal.SIGKILL:
             # What scripts and plugins do is theirs; their status is passed on.
             foreign = self.scenario.name in ("launch", "native-executor")
