@@ -212,18 +212,24 @@ def executor_itself(umask):
             environment = file.read().decode("utf-8", "surrogateescape").split("\0")[:-1]
         with open(f"/proc/{executor.pid}/status", encoding="utf-8") as file:
             fields = dict(line.rstrip("\n").split(":\t", 1) for line in file if ":\t" in line)
-        descriptors = executor.descriptors()
-        kinds = sorted(re.sub(r":.*", "", target) if not target.startswith("/") else
-                       target.removeprefix(host.root) for target in descriptors.values())
         log = EXECUTOR_LOG
         # Listener, the connection that is served, the one that is held in reserve, the syslog.
         # The loop has three of its own; the program that runs has the null device, a pipe, and its
         # end as a fourth.
         wanted = sorted(["/dev/null", log, log, *["socket"] * 4, *["anon_inode"] * 3,
                          "/dev/null", "pipe", "anon_inode"])
+
+        def kinds():
+            return sorted(target.removeprefix(host.root) if target.startswith("/") else
+                          re.sub(r":.*", "", target) for target in executor.descriptors().values())
+
+        try:
+            host.wait_for(lambda: kinds() == wanted, "the descriptors", 5)
+        except scratch_host.Timeout:
+            pass  # told below
         ignored = {number + 1 for number in range(64) if int(fields["SigIgn"], 16) >> number & 1}
         for title, got, want in (
-                ("descriptors", kinds, wanted), ("environment", environment, ODD),
+                ("descriptors", kinds(), wanted), ("environment", environment, ODD),
                 ("ignored signals", ignored, {13, 25}), ("blocked", fields["SigBlk"], NONE),
                 ("umask", fields["Umask"], f"{int(umask, 8) | 0o022:04o}"),
                 ("folder", os.readlink(f"/proc/{executor.pid}/cwd"), host.root)):
