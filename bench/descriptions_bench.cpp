@@ -12,7 +12,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <boost/filesystem/directory.hpp>
 #include <boost/json.hpp>
 #include <cstdlib>
@@ -80,13 +79,8 @@ void planImage(const fs::path& directory) {
 void reading(benchmark::State& state, void (*read)(const fs::path&)) {
   const fs::path& few = descriptions(10);
   const fs::path& many = descriptions(static_cast<std::size_t>(state.range(0)));
-  double best = 1e9;
-  while (state.KeepRunning()) {
-    const double seconds = inFreshProcess([&] { read(few); }, [&] { read(many); });
-    state.SetIterationTime(seconds);
-    best = std::min(best, seconds);
-  }
-  state.counters["ns_each"] = best * 1e9 / static_cast<double>(state.range(0));
+  timeInFreshProcesses(
+      state, [&] { read(few); }, [&] { read(many); });
 }
 
 void sizes(benchmark::internal::Benchmark* benchmark) {

@@ -10,7 +10,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <boost/filesystem/directory.hpp>
 #include <cstdlib>
 #include <fstream>
@@ -85,13 +84,8 @@ void readFleet(const std::string& folder) {
 void reading(benchmark::State& state, void (*read)(const std::string&)) {
   const std::string few = logs(10);
   const std::string many = logs(state.range(0));
-  double best = 1e9;
-  while (state.KeepRunning()) {
-    const double seconds = inFreshProcess([&] { read(few); }, [&] { read(many); });
-    state.SetIterationTime(seconds);
-    best = std::min(best, seconds);
-  }
-  state.counters["ns_each"] = best * 1e9 / static_cast<double>(state.range(0));
+  timeInFreshProcesses(
+      state, [&] { read(few); }, [&] { read(many); });
 }
 
 void sizes(benchmark::internal::Benchmark* benchmark) {

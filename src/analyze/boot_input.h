@@ -43,7 +43,8 @@ RecordedBoot readBoot(const BootOptions& options);
 /// Reads the image. Says so when nothing can be read of it.
 std::vector<KnownPlugin> readKnownPlugins(const BootOptions& options);
 
-/// Reads a capture of messages; "-" is standard input. Throws UsageError when there is no message of ours in it.
+/// Reads a capture of messages; "-" is standard input. Throws UsageError when there is no message
+/// of ours in it.
 BootMessages readCapture(const std::string& path, const KnownNames& names, WhichRun which);
 
 /// Reads one of the caller's logs and picks the section. Throws UsageError when there is none.

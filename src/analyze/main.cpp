@@ -11,6 +11,7 @@
 #include "analyze/verbs.h"
 #include "reading/nearest.h"
 #include "util/utf8.h"
+#include "util/version.h"
 
 namespace bootforge::analyze {
 namespace {
@@ -76,9 +77,10 @@ int run(int argc, char** argv) {
   addGate(app, status);
   addExport(app, status);
   addFleet(app, status);
-  const std::string version = std::string("bootforge-analyze ") + BOOTFORGE_VERSION;
-  app.set_version_flag("--version", version);
-  for (CLI::App* const verb : allVerbs(app)) verb->set_version_flag("--version", version);
+  addNames(app, status);
+  const std::string line = std::string("bootforge-analyze ") + version();
+  app.set_version_flag("--version", line);
+  for (CLI::App* const verb : allVerbs(app)) verb->set_version_flag("--version", line);
   try {
     checkVerb(app, argc, argv);
     std::vector<std::string> words = withEmptyValues(markSides(argc, argv));

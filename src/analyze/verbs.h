@@ -23,6 +23,7 @@ void addDiff(CLI::App& app, int& status);
 void addGate(CLI::App& app, int& status);
 void addExport(CLI::App& app, int& status);
 void addFleet(CLI::App& app, int& status);
+void addNames(CLI::App& app, int& status);
 
 /// The words of the command line behind the program's name, with a "--" between the two sides of a
 /// comparison kept from the parser.

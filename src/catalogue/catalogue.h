@@ -9,7 +9,7 @@
 
 namespace bootforge {
 
-inline constexpr const char* kDefaultPluginDirectory = "/usr/libexec/bootforge/plugins";
+inline constexpr const char* kDefaultPluginDirectory = BOOTFORGE_PLUGIN_DIR;
 
 /// Owns its plugins, in the order in which they were found.
 using PluginList = std::deque<std::unique_ptr<Plugin>>;

@@ -5,10 +5,10 @@ namespace bootforge {
 
 /// A later directory wins over an earlier one, so the order matters: it is not that of the names.
 inline constexpr const char* kCommandDirectories[] = {
-    "/usr/lib/nimbus/hypcli",
-    "/usr/lib/nimbus/hypcli/int",
-    "/usr/lib/nimbus/hypcli/int/ext",
-    "/usr/lib/nimbus/hypcli/ext",
+    BOOTFORGE_COMMAND_DIR,
+    BOOTFORGE_COMMAND_DIR "/int",
+    BOOTFORGE_COMMAND_DIR "/int/ext",
+    BOOTFORGE_COMMAND_DIR "/ext",
 };
 
 }  // namespace bootforge

@@ -15,7 +15,7 @@
 namespace bootforge {
 namespace {
 
-constexpr const char* kNativeExecutor = "/usr/lib/nimbus/bootforge/nativeExecutor";
+constexpr const char* kNativeExecutor = BOOTFORGE_HELPER_DIR "/nativeExecutor";
 
 std::string statusText(int status) {
   char buffer[512];

@@ -144,6 +144,11 @@ void afstream::commit() {
   if (syncError_ != 0 && old.error != ENOENT) {
     throw systemFailure("unable to sync the new '" + destinationPath_ + "': ", syncError_);
   }
+  // A FAT volume frees the old file's clusters when nobody holds it any more. That may reach the
+  // disk before the name leads to the new file, and a power cut between the two would leave
+  // neither.
+  const UniqueFd held(
+      isOnFat(file_) ? ::open(destinationPath_.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC) : -1);
   replaceDestination();
   // The permission bits are unknown when the old file could not be looked at.
   int error = old.error == ENOENT ? 0 : old.error;

@@ -30,8 +30,8 @@ BOOTFORGE_EXPORT const struct {
   const char* const* lists[SHORT_METADATA];
 } metadata = {VERSION, {0}};
 #elif defined WILD_POINTER
-BOOTFORGE_EXPORT const struct bootforge_metadata metadata = {
-    .api_version = VERSION, .WILD_POINTER = (const void*)0x10};
+BOOTFORGE_EXPORT const struct bootforge_metadata metadata = {.api_version = VERSION,
+                                                             .WILD_POINTER = (const void*)0x10};
 #elif !defined NO_METADATA
 BOOTFORGE_EXPORT const struct bootforge_metadata metadata = {
     .api_version = VERSION,

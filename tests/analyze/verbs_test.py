@@ -7,6 +7,7 @@ verbs_test.py ANALYZER [TEST...]
 import fcntl
 import os
 import pty
+import re
 import resource
 import shutil
 import signal
@@ -254,7 +255,7 @@ class Text(ImageCase):
         for words in [["--version"], *([verb, "--version"] for verb in VERBS)]:
             answer = self.run_plain(*words)
             self.assertEqual(answer.status, 0, words)
-            self.assertRegex(answer.text, r"^bootforge-analyze \d+\.\d+\.\d+\n$", words)
+            self.assertRegex(answer.text, r"^bootforge-analyze \d+\.\d+\.\d+(\+\S+)?\n$", words)
 
 
 class Root(ImageCase):
@@ -353,6 +354,9 @@ class Planning(ImageCase):
         self.assertEqual((answer.status, answer.json["blocked"]), (0, ["loop"]))
         text = self.analyze("plan").text
         self.assertIn("1 wait for ever: loop\n", text)
+        self.image.plugin("second-too", requires=["m"])
+        self.assertEqual(re.findall(r"  \(.*\)\n", self.analyze("plan").text),
+                         ["  (first of 2 that are equally good)\n"])
 
     def test_stop_goes_backwards(self):
         for name, priority in [("early", 5), ("late", 20)]:

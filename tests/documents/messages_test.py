@@ -51,6 +51,12 @@ ANALYZE_TOO = {  # where such a text is put together before it is thrown
 NO_REMARKS = re.compile(r"/analyze/(verify|output)/|/elf_memory\.cpp|/loader\.cpp|/probe")
 
 
+# What the build puts in the place of a name: documents speak of the default.
+PLACES = {"BOOTFORGE_HELPER_DIR": "/usr/lib/nimbus/bootforge",
+          "BOOTFORGE_PLUGIN_DIR": "/usr/libexec/bootforge/plugins",
+          "BOOTFORGE_COMMAND_DIR": "/usr/lib/nimbus/hypcli"}
+
+
 def read(path):
     with open(path, encoding="utf-8") as file:
         return file.read()
@@ -82,6 +88,8 @@ class Literal:
 
 def literals_of(path):
     source = read(path)
+    for name, place in PLACES.items():
+        source = source.replace(name, f'"{place}"')
     found, last_end = [], None
     code = list(source)
     for match in TOKEN.finditer(source):

@@ -33,6 +33,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const NativeObject object = bootforge::analyze::readNativeObject(file);
   const NativeObject again = bootforge::analyze::readNativeObject(file);
   require(isSame(object.record, again.record) && object.unloadable == again.unloadable);
+  require(bootforge::analyze::readNeededLibraries(file).names == object.libraries.names);
+  require(!bootforge::analyze::machineName(object.machine).empty());
   if (!object.isGood()) return 0;
   require(bootforge::native::isSupported(object.record.apiVersion));
   if (object.record.apiVersion >= 3) return 0;

@@ -32,6 +32,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   host_linux::CommandLine line = host_linux::parseLine({reinterpret_cast<const char*>(data), size});
   if (!line.errors.empty()) return 0;
+  std::size_t length = line.path.empty() ? 0 : line.path.size() - 1;
+  for (const std::string& word : line.path) length += word.size();
+  if (host_linux::joinWords(line.path).size() != length) std::abort();
   host_linux::CommandLine again = host_linux::parseLine(sayAgain(line));
   if (!again.errors.empty() || again.path != line.path || again.parameters != line.parameters) {
     std::abort();

@@ -1,8 +1,10 @@
-// Any bytes as a profiling log and, behind a zero byte, as a capture of the same boot's messages,
-// beside an image in which everybody waits for everybody. What is worked out must hold together.
+// Any bytes as a profiling log, compressed or with a capture of the same boot's messages behind a
+// zero byte, beside an image in which everybody waits for everybody. What is worked out must hold
+// together.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -61,16 +63,27 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return all;
   }();
   const std::string_view input(reinterpret_cast<const char*>(data), size);
-  const std::size_t zero = input.find('\0');
-  const PlainText text = plainText(std::string(input.substr(0, zero)));
+  const bool isCompressed = input.starts_with("\x1F\x8B");
+  const std::size_t zero = isCompressed ? std::string_view::npos : input.find('\0');
+  constexpr std::size_t kMost = std::size_t{1} << 16U;
+  const PlainText text = plainText(std::string(input.substr(0, zero)), kMost);
+  require(!isCompressed || text.text.size() <= kMost);
   BootMessages messages;
   if (zero != std::string_view::npos) {
     messages = readMessages(input.substr(zero + 1), names, WhichRun::MostMentions);
   }
   const ProfilingLog log =
       readProfilingLog(text.text, [](std::string_view name) { return names.contains(name); });
-  for (const ProfileSection& section : log.sections) {
+  std::string reason;
+  for (std::size_t number = 0; number < log.sections.size(); ++number) {
+    const ProfileSection& section = log.sections[number];
+    require(chooseSection(log, number, false, reason) == &section);
     check(makeTimeline(section, known, &messages));
+  }
+  require(chooseSection(log, log.sections.size(), false, reason) == nullptr && !reason.empty());
+  for (const bool daemons : {false, true}) {
+    const ProfileSection* const chosen = chooseSection(log, std::nullopt, daemons, reason);
+    require(chosen == nullptr || (chosen->kind == ProfileSection::Kind::Daemon) == daemons);
   }
   return 0;
 }

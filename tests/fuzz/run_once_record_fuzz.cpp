@@ -16,6 +16,7 @@
 #include <string>
 
 #include "catalogue/run_once_record.h"
+#include "util/afstream.h"
 
 namespace {
 
@@ -117,9 +118,22 @@ void checkStream(const std::string& stream) {
   require(keys == (content ? keysOf(*content) : Keys()));
 }
 
+/// What is saved is loaded again.
+void checkSaved(const Keys& keys) {
+  try {
+    bootforge::saveRunOnceRecord(keys);
+  } catch (const bootforge::FileError&) {
+    // The folder of the record cannot be synced here.
+  }
+  Keys again;
+  bootforge::loadRunOnceRecord(again);
+  require(again == keys);
+}
+
 void checkContent(const std::string& text) {
   const std::string content = kPrefix + text;
   require(load(gzipOf(deflated(content), content)) == keysOf(content));
+  checkSaved(keysOf(content));
 }
 
 }  // namespace
@@ -139,6 +153,19 @@ int __wrap_open(const char* path, int flags, ...) {
   va_end(arguments);
   return __real_open(path, flags, mode);
 }
+
+// The new record takes the old one's place at once.
+int __wrap_mkostemp(char* pattern, int flags);
+int __wrap_mkostemp(char*, int flags) {
+  const std::string name = "/proc/self/fd/" + std::to_string(record);
+  return __real_open(name.c_str(), flags | O_RDWR | O_TRUNC);
+}
+
+int __wrap_rename(const char* from, const char* to);
+int __wrap_rename(const char*, const char*) { return 0; }
+
+int __wrap_unlink(const char* path);
+int __wrap_unlink(const char*) { return 0; }
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

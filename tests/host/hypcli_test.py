@@ -48,6 +48,17 @@ class Hypcli(HostCase):
                 self.assertNotEqual(run.stderr, b"")
                 self.assertEqual(host.notes(), [])
 
+    def test_the_list_for_programs_is_lines_of_six_fields(self):
+        host = self.host()
+        host.write(f"{COMMANDS}/net.json", """{"namespace": "network ip", "commands": {
+            "set": {"summary": "one\\ttwo\\nthree", "exec": ["/bin/true", "{mtu}"], "parameters": {
+                "mtu": {"short": "m", "required": true, "summary": "bytes"},
+                "force": {"flag": true}}}}}""")
+        self.assert_run(host, ["--list"], 0, b"network ip set\t\t\t\t\tone two three\n"
+                        b"network ip set\t--mtu\t-m\tvalue\trequired\tbytes\n"
+                        b"network ip set\t--force\t\tflag\toptional\t\n"
+                        b"note add\t\t\t\t\t\nnote add\t--text\t-t\tvalue\trequired\t\n")
+
     def test_it_lists_namespaces_and_commands(self):
         host = self.host()
         host.command("network ip set", ["/bin/true"], address={"required": True})

@@ -26,6 +26,12 @@ def main():
     os.makedirs(root)
     os.mkdir(f"{image}/hosts")
     install(build, root, cmake)
+    complete(image, busybox)
+
+
+def complete(image, busybox):
+    """Adds to the programs in the image what they need to run."""
+    root = f"{image}/root"
     for program in programs(root):
         for library in libraries(program):
             add_library(root, library)
@@ -34,14 +40,14 @@ def main():
         mark.write("\n".join(programs(root)) + "\n")
 
 
-def install(build, root, cmake, *options):
+def install(build, root, cmake, *options, prefix="/usr"):
     environment = {**os.environ, "DESTDIR": root}
     done = subprocess.run([cmake, "--install", build, *options], env=environment, text=True,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
     if done.returncode != 0:
         sys.exit(f"{done.stdout}\ncannot install {build}")
     # A host is copied for every test, and no test boots with these.
-    examples = f"{root}/usr/share/doc/bootforge/examples"
+    examples = f"{root}{prefix}/share/doc/bootforge/examples"
     for name in os.listdir(examples):
         if name != "run_folder" and os.path.isdir(f"{examples}/{name}"):
             shutil.rmtree(f"{examples}/{name}")

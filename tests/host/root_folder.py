@@ -11,8 +11,9 @@ import isolation
 import readings
 
 BOOTFORGE = "/usr/sbin/bootforge"
-PLUGINS = "/usr/libexec/bootforge/plugins"
-COMMANDS = "/usr/lib/nimbus/hypcli"
+# Other places for tests of programs that were configured for them.
+PLUGINS = os.environ.get("BOOTFORGE_HOST_PLUGINS", "/usr/libexec/bootforge/plugins")
+COMMANDS = os.environ.get("BOOTFORGE_HOST_COMMANDS", "/usr/lib/nimbus/hypcli")
 SOCKET = "/var/run/nimbus/bootforgeExecutor.sock"
 PROFILE = "/var/log/sysboot.log"
 RECORD = "/bootbank/bootfrge.gz"

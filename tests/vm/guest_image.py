@@ -14,8 +14,12 @@ sys.path.insert(0, f"{PROJECT}/tests/host")
 
 import image  # noqa: E402 (needs the path)
 
-# For the boot bank, a FAT volume; in the order in which they need each other.
-MODULES = ("fs/nls/nls_cp437", "fs/nls/nls_ascii", "fs/fat/fat", "fs/fat/vfat")
+# For the boot bank, a FAT volume, and for images of others; in the order in which they need each
+# other.
+MODULES = ("fs/nls/nls_cp437", "fs/nls/nls_ascii", "fs/fat/fat", "fs/fat/vfat",
+           "drivers/block/loop", "drivers/virtio/virtio_ring", "drivers/virtio/virtio",
+           "drivers/virtio/virtio_pci_modern_dev", "drivers/virtio/virtio_pci_legacy_dev",
+           "drivers/virtio/virtio_pci", "drivers/block/virtio_blk")
 # From the sample host: the system's own daemons, and what init scripts have in common.
 SAMPLES = ("usr/lib/nimbus/hvsyslog", "usr/lib/nimbus/host/service.sh", "etc/init.d/evtd",
            "etc/syslog.conf")
@@ -88,9 +92,10 @@ def pack(folder, root, busybox):
     return path
 
 
-def make_disk(path, busybox):
-    """An empty FAT volume."""
+def make_disk(path, busybox, kind="vfat"):
+    """An empty volume, of the kind "vfat" or "ext4"."""
     with open(path, "wb") as file:
         file.truncate(DISK_SIZE)
-    subprocess.run([busybox, "mkdosfs", path], check=True, capture_output=True)
+    command = [busybox, "mkdosfs"] if kind == "vfat" else ["/sbin/mkfs.ext4", "-q", "-b", "1024"]
+    subprocess.run([*command, path], check=True, capture_output=True)
     return path

@@ -45,16 +45,29 @@ class Line:
         self.far.close()
 
 
-class Machine:
-    """For a `with` statement, which ends with the machine gone."""
+def drive_words(disk, log):
+    """The emulator's options for the disk."""
+    if log is None:
+        return ["-drive", f"file={disk},format=raw,if=none,id=disk",
+                "-device", "nvme,drive=disk,serial=disk"]
+    # The emulated NVMe disk does not pass on which writes are to be on the disk when they are done.
+    return ["-blockdev", f"driver=raw,node-name=plain,file.driver=file,file.filename={disk}",
+            "-blockdev", "driver=blklogwrites,node-name=disk,file=plain,"
+                         f"log.driver=file,log.filename={log}",
+            "-device", "virtio-blk-pci,drive=disk"]
 
-    def __init__(self, kernel, initramfs, disk, variables):
+
+class Machine:
+    """For a `with` statement, which ends with the machine gone. With the path of a log, an empty
+    file, each write to the disk is appended there, too, in the format of the kernel's
+    dm-log-writes."""
+
+    def __init__(self, kernel, initramfs, disk, variables, log=None):
         self.console, self.shell, self.monitor = Line(), Line(), Line()
         self.commands = 0
         words = ["setpriv", "--pdeathsig", "KILL", *EMULATOR, "-kernel", kernel,
                  "-initrd", initramfs, "-append", f"{PARAMETERS} {variables}",
-                 "-drive", f"file={disk},format=raw,if=none,id=disk",
-                 "-device", "nvme,drive=disk,serial=disk"]
+                 *drive_words(disk, log)]
         lines = {self.console: "-serial", self.shell: "-serial", self.monitor: "-monitor"}
         for line, use in lines.items():
             name = f"line{line.far.fileno()}"

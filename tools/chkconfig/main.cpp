@@ -27,8 +27,8 @@ namespace {
 namespace fs = boost::filesystem;
 
 constexpr const char* kScripts = "/etc/init.d";
-constexpr const char* kLauncher = "/usr/lib/nimbus/bootforge/launch";
-constexpr const char* kLauncherLinks = "/usr/lib/nimbus/bootforge/init.d";
+constexpr const char* kLauncher = BOOTFORGE_HELPER_DIR "/launch";
+constexpr const char* kLauncherLinks = BOOTFORGE_HELPER_DIR "/init.d";
 constexpr const char* kRunLevels[] = {"/etc/rc3.d", "/etc/rc2.d"};
 
 constexpr const char* kHelp =
@@ -41,7 +41,7 @@ constexpr const char* kHelp =
     "or\n"
     "                      else the number of its S link in /etc/rc3.d or /etc/rc2.d\n"
     "  --add-launchers     make a link to the launcher, launch(8), for each of them, in\n"
-    "                      /usr/lib/nimbus/bootforge/init.d; from then on -p lists these\n"
+    "                      " BOOTFORGE_HELPER_DIR "/init.d; from then on -p lists these\n"
     "  --remove-launchers  remove these links\n"
     "  --help, -h          this text\n"
     "\n"

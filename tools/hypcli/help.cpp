@@ -30,6 +30,17 @@ void print(const std::string& text) {
   std::fwrite(shown.data(), 1, shown.size(), stdout);
 }
 
+/// Fields with tabs between, in one line whatever they hold.
+void printRow(std::vector<std::string> fields) {
+  std::string line;
+  for (std::string& field : fields) {
+    std::replace_if(
+        field.begin(), field.end(), [](char c) { return c == '\t' || c == '\n'; }, ' ');
+    line += (line.empty() ? "" : "\t") + field;
+  }
+  print(line + '\n');
+}
+
 /// A heading and rows of two columns; nothing where there are no rows.
 void printTable(const std::string& heading, const Rows& rows) {
   if (rows.empty()) return;
@@ -77,11 +88,25 @@ void printUsage() {
       "                                    tell a command's parameters\n"
       "  hypcli NAMESPACE... COMMAND [--NAME=VALUE | --NAME VALUE | -N VALUE | --FLAG]...\n"
       "                                    run a command\n"
+      "  hypcli --list                     list all commands with their parameters, for programs\n"
       "  hypcli --help | -h | --version | -v\n"
       "\n"
       "The exit status is 0 when the command succeeded, 1 when it failed and 2 when there is no "
       "such\n"
       "command or it does not take these options.\n");
+}
+
+void printList(const CommandRegistry& registry) {
+  for (const auto& [path, entry] : registry.commands()) {
+    const std::string name = joinWords(path);
+    printRow({name, "", "", "", "", entry.command.summary});
+    for (const Parameter& parameter : entry.command.parameters) {
+      printRow({name, "--" + parameter.name,
+                parameter.shortName.empty() ? "" : '-' + parameter.shortName,
+                parameter.flag ? "flag" : "value", parameter.required ? "required" : "optional",
+                parameter.summary});
+    }
+  }
 }
 
 void printFoldersOf(std::span<const char* const> searched) {

@@ -12,6 +12,12 @@ namespace hypcli {
 
 void printUsage();
 
+/// All commands and their parameters for other programs, such as completion in shells: lines of
+/// fields with tabs between, the last one the summary. A command: its path and four empty fields.
+/// A parameter: the command's path, "--name", "-n" or nothing, "value" or "flag", "required" or
+/// "optional".
+void printList(const host_linux::CommandRegistry& registry);
+
 /// For a host without commands: the folders that were searched, and which of them are missing.
 void printFoldersOf(std::span<const char* const> searched);
 

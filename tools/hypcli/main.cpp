@@ -18,6 +18,7 @@
 #include "platform/log.h"
 #include "tools/hypcli/advice.h"
 #include "tools/hypcli/help.h"
+#include "util/version.h"
 
 namespace {
 
@@ -29,10 +30,10 @@ enum ExitStatus { kDone = 0, kFailed = 1, kUsage = 2 };
 
 /// In the order in which the boot registers them.
 constexpr std::array kDirectories{
-    "/usr/lib/nimbus/hypcli",
-    "/usr/lib/nimbus/hypcli/int",
-    "/usr/lib/nimbus/hypcli/int/ext",
-    "/usr/lib/nimbus/hypcli/ext",
+    BOOTFORGE_COMMAND_DIR,
+    BOOTFORGE_COMMAND_DIR "/int",
+    BOOTFORGE_COMMAND_DIR "/int/ext",
+    BOOTFORGE_COMMAND_DIR "/ext",
 };
 
 /// A descriptor opened later must not become a standard stream.
@@ -102,11 +103,15 @@ int answer(std::vector<std::string> words) {
     return kDone;
   }
   if (!words.empty() && (words[0] == "--version" || words[0] == "-v")) {
-    std::puts("hypcli " BOOTFORGE_VERSION);
+    std::printf("hypcli %s\n", bootforge::version());
     return kDone;
   }
   CommandRegistry registry;
   readCommands(&registry);
+  if (words.size() == 1 && words[0] == "--list") {
+    hypcli::printList(registry);
+    return kDone;
+  }
   bool wantsHelp = takeHelpWord(registry, &words);
   CommandLine line = host_linux::parseWords(words);
   // The words of a namespace alone ask what there is in it, as no words do.

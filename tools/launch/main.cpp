@@ -18,23 +18,16 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
-#include <cstdio>
 #include <cstring>
 
 #include "platform/linux/default_signals.h"
+#include "tools/launch/call.h"
 #include "tools/launch/relay.h"
 
 namespace {
 
 constexpr int kNotStarted = 127;
 constexpr const char* kControlGroups = "/sys/fs/cgroup";
-constexpr const char* kGroupWord = "++group=";
-constexpr const char* kOwnName = "launch";
-constexpr const char* kUse =
-    "call me through a link that has an init script's name: "
-    "/usr/lib/nimbus/bootforge/init.d/NAME ++group=GROUP WORDS... runs /etc/init.d/NAME WORDS... "
-    "in that control group (chkconfig --add-launchers makes the links)";
 
 int refuse(const char* subject, const char* reason) {
   const auto part = [](const char* text) {
@@ -44,17 +37,6 @@ int refuse(const char* subject, const char* reason) {
   // Nobody is left to tell when this fails.
   [[maybe_unused]] const ssize_t written = ::writev(STDERR_FILENO, line, 5);
   return kNotStarted;
-}
-
-/// No component is empty, "." or "..": the group stays below its place.
-bool isGoodGroup(const char* group) {
-  for (const char* component = group;; ++component) {
-    const std::size_t length = std::strcspn(component, "/");
-    const bool isDots = std::strspn(component, ".") == length && length <= 2;
-    if (length == 0 || isDots) return false;
-    component += length;
-    if (*component == '\0') return true;
-  }
 }
 
 /// Joins the group, making what is missing of it. Every failure means: no control groups for us.
@@ -96,26 +78,14 @@ void takeDefaults() {
 
 int main(int argc, char** argv) {
   if (argc < 1) return kNotStarted;
-  const char* const slash = std::strrchr(argv[0], '/');
-  const char* const name = slash != nullptr ? slash + 1 : argv[0];
-  if (argc < 2 || std::strncmp(argv[1], kGroupWord, std::strlen(kGroupWord)) != 0) {
-    if (std::strcmp(name, kOwnName) == 0) return refuse("usage", kUse);
-    return refuse(name, "expected ++group=GROUP as the first word");
-  }
-  char* const group = argv[1] + std::strlen(kGroupWord);
-  if (!isGoodGroup(group)) return refuse(argv[1], "not a good group");
-
-  char script[PATH_MAX];
-  const int length = std::snprintf(script, sizeof script, "/etc/init.d/%s", name);
-  if (*name == '\0' || length < 0 || static_cast<std::size_t>(length) >= sizeof script ||
-      ::access(script, X_OK) != 0) {
-    return refuse(name, "there is no such script in /etc/init.d");
-  }
+  LaunchCall call = readLaunchCall(argc, argv);
+  if (call.reason != nullptr) return refuse(call.subject, call.reason);
+  if (::access(call.script, X_OK) != 0) return refuse(call.name, kNoSuchScript);
   takeDefaults();
-  joinGroup(group);
-  if (isNullDevice(STDERR_FILENO)) relayStandardError(name, argc, argv);
+  joinGroup(call.group);
+  if (isNullDevice(STDERR_FILENO)) relayStandardError(call.name, argc, argv);
   // The script's words follow its name; the group's word makes room for the name.
-  argv[1] = script;
-  ::execv(script, argv + 1);
-  return refuse(script, std::strerror(errno));
+  argv[1] = call.script;
+  ::execv(call.script, argv + 1);
+  return refuse(call.script, std::strerror(errno));
 }

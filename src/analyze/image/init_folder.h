@@ -9,8 +9,8 @@
 namespace bootforge::analyze {
 
 inline constexpr const char* kInitFolder = "/etc/init.d";
-inline constexpr const char* kLauncher = "/usr/lib/nimbus/bootforge/launch";
-inline constexpr const char* kLauncherLinks = "/usr/lib/nimbus/bootforge/init.d";
+inline constexpr const char* kLauncher = BOOTFORGE_HELPER_DIR "/launch";
+inline constexpr const char* kLauncherLinks = BOOTFORGE_HELPER_DIR "/init.d";
 
 /// The scripts that "chkconfig -p" would list, and those that it would if they were executable
 /// (they have no priority), by name. The path of a script with a launcher link is the link. What we

@@ -54,12 +54,16 @@ std::optional<std::string> readFile(const UniqueFd& file, FileStatus* status) {
   }
 }
 
-/// For kernels without openat2(2): resolves links component by component.
+/// Where openat2(2) does not serve: resolves links component by component.
 UniqueFd openByWalking(const UniqueFd& root, const std::string& path, int flags) {
   constexpr int kMostLinks = 40;
   std::vector<UniqueFd> folders;  // those above the place, the root left out
   std::string rest = path;
   int links = 0;
+  if (path.empty()) {
+    errno = ENOENT;
+    return UniqueFd();
+  }
   const auto here = [&] { return folders.empty() ? root.get() : folders.back().get(); };
   while (true) {
     rest.erase(0, std::min(rest.find_first_not_of('/'), rest.size()));
@@ -84,8 +88,10 @@ UniqueFd openByWalking(const UniqueFd& root, const std::string& path, int flags)
       rest = link + rest;
       continue;
     }
+    // What stands before a slash has to be a folder.
+    const int lastFlags = rest.empty() ? flags : flags | O_DIRECTORY;
     UniqueFd next(::openat(here(), name.c_str(),
-                           (isLast ? flags : O_PATH | O_DIRECTORY | O_CLOEXEC) | O_NOFOLLOW));
+                           (isLast ? lastFlags : O_PATH | O_DIRECTORY | O_CLOEXEC) | O_NOFOLLOW));
     if (!next || isLast) return next;
     folders.push_back(std::move(next));
   }
@@ -102,10 +108,15 @@ UniqueFd RootFolder::open(const std::string& path, int flags) const {
   open_how how{};
   how.flags = static_cast<unsigned>(flags | O_CLOEXEC);
   how.resolve = RESOLVE_IN_ROOT | RESOLVE_NO_MAGICLINKS;
-  const long file = retryInterrupted(
-      [&] { return ::syscall(SYS_openat2, root_.get(), path.c_str(), &how, sizeof how); });
-  if (file >= 0) return UniqueFd(static_cast<int>(file));
-  if (errno != ENOSYS && errno != EPERM) return UniqueFd();
+  // The kernel gives up at a ".." when anything has been renamed or mounted meanwhile.
+  constexpr int kMostAttempts = 16;
+  for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+    const long file = retryInterrupted(
+        [&] { return ::syscall(SYS_openat2, root_.get(), path.c_str(), &how, sizeof how); });
+    if (file >= 0) return UniqueFd(static_cast<int>(file));
+    if (errno != EAGAIN) break;
+  }
+  if (errno != ENOSYS && errno != EPERM && errno != EAGAIN) return UniqueFd();
   return openByWalking(root_, path, flags | O_CLOEXEC);
 }
 

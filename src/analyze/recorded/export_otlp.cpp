@@ -7,6 +7,7 @@
 #include "analyze/output/json_output.h"
 #include "analyze/recorded/export_rows.h"
 #include "analyze/recorded/rows.h"
+#include "util/version.h"
 
 namespace bootforge::analyze {
 namespace {
@@ -104,7 +105,7 @@ std::string asOtlp(const Timeline& timeline) {
                      {"attributes", attributesOf(plugin)},
                      {"status", statusOf(plugin)}});
   }
-  json::object scope{{"name", "bootforge-analyze"}, {"version", BOOTFORGE_VERSION}};
+  json::object scope{{"name", "bootforge-analyze"}, {"version", version()}};
   json::object resource{{"attributes", json::array{attribute("service.name", "bootforge")}}};
   json::array scopes{json::object{{"scope", std::move(scope)}, {"spans", std::move(spans)}}};
   json::array resources{

@@ -13,7 +13,6 @@ namespace bootforge::analyze {
 namespace {
 
 constexpr std::string_view kMagic = "\x1F\x8B";
-constexpr std::size_t kMost = std::size_t{1} << 30U;
 constexpr std::size_t kChunk = std::size_t{1} << 18U;
 
 /// zlib's stream for gzip members.
@@ -37,7 +36,7 @@ class Inflater {
 
 }  // namespace
 
-PlainText plainText(std::string content) {
+PlainText plainText(std::string content, std::size_t most) {
   if (!content.starts_with(kMagic)) return {std::move(content), false};
   PlainText result;
   Inflater inflater;
@@ -50,16 +49,18 @@ PlainText plainText(std::string content) {
       stream.avail_in = static_cast<uInt>(piece);
       given += piece;
     }
-    if (result.text.size() >= kMost) {
+    const std::size_t used = result.text.size();
+    const std::size_t room = std::min(kChunk, most - used + 1);
+    result.text.resize(used + room);
+    stream.next_out = reinterpret_cast<Bytef*>(result.text.data() + used);
+    stream.avail_out = static_cast<uInt>(room);
+    const int outcome = inflate(&stream, Z_NO_FLUSH);
+    result.text.resize(used + room - stream.avail_out);
+    if (result.text.size() > most) {
+      result.text.resize(most);
       result.cut = true;
       return result;
     }
-    const std::size_t used = result.text.size();
-    result.text.resize(used + kChunk);
-    stream.next_out = reinterpret_cast<Bytef*>(result.text.data() + used);
-    stream.avail_out = static_cast<uInt>(kChunk);
-    const int outcome = inflate(&stream, Z_NO_FLUSH);
-    result.text.resize(used + kChunk - stream.avail_out);
     if (outcome == Z_STREAM_END) {
       const std::size_t offset = given - stream.avail_in;
       // Zero bytes may fill up a block behind the last member; anything else there is damage.

@@ -1,9 +1,12 @@
 // Files that may be compressed.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace bootforge::analyze {
+
+inline constexpr std::size_t kMostUnpacked = std::size_t{1} << 30U;  // bytes
 
 struct PlainText {
   std::string text;
@@ -11,7 +14,7 @@ struct PlainText {
 };
 
 /// The content of a file as it is or, where it begins as gzip data do, what is compressed in it, in
-/// one member or several. No more than 1 GiB is unpacked; what is longer counts as cut.
-PlainText plainText(std::string content);
+/// one member or several. No more than `most` bytes are unpacked; what is longer counts as cut.
+PlainText plainText(std::string content, std::size_t most = kMostUnpacked);
 
 }  // namespace bootforge::analyze

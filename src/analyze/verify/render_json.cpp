@@ -1,5 +1,6 @@
 #include "analyze/output/json_output.h"
 #include "analyze/verify/render.h"
+#include "util/version.h"
 
 namespace bootforge::analyze {
 namespace {
@@ -120,7 +121,7 @@ std::string renderSarif(const Findings& findings) {
   json::array results;
   for (const Finding& finding : findings) results.emplace_back(sarifResult(finding));
   json::object driver{
-      {"name", "bootforge-analyze"}, {"version", BOOTFORGE_VERSION}, {"rules", std::move(rules)}};
+      {"name", "bootforge-analyze"}, {"version", version()}, {"rules", std::move(rules)}};
   json::object run{{"tool", {{"driver", std::move(driver)}}},
                    {"columnKind", "unicodeCodePoints"},
                    {"results", std::move(results)}};

@@ -1,5 +1,6 @@
 #include "platform/linux/command_line.h"
 
+#include <boost/algorithm/string/join.hpp>
 #include <optional>
 
 namespace host_linux {
@@ -82,12 +83,7 @@ CommandLine parseLine(std::string_view line) {
 }
 
 std::string joinWords(const std::vector<std::string>& words) {
-  std::string joined;
-  for (const std::string& word : words) {
-    if (!joined.empty()) joined += ' ';
-    joined += word;
-  }
-  return joined;
+  return boost::algorithm::join(words, " ");
 }
 
 }  // namespace host_linux

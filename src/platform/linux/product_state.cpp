@@ -1,10 +1,12 @@
 #include "platform/product_state.h"
 
+#include "util/version.h"
+
 // A plain Linux host knows of no product but the program itself.
 
 const char* ProductState_GetName() { return "bootforge"; }
 
-const char* ProductState_GetVersion() { return BOOTFORGE_VERSION; }
+const char* ProductState_GetVersion() { return bootforge::version(); }
 
 const char* ProductState_GetBuildNumberString() { return "0"; }
 

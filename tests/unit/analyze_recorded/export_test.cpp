@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "analyze/recorded/boot_summary.h"
 #include "analyze/recorded/export_rows.h"
 #include "analyze/recorded/plot.h"
 #include "analyze/recorded/text_table.h"
@@ -95,6 +96,19 @@ TEST(Plot, HoldsNamesAsTextAndNothingFromElsewhere) {
   EXPECT_THAT(picture, Not(HasSubstr("<script")));
   EXPECT_THAT(picture, Not(HasSubstr("href")));
   EXPECT_THAT(plot(makeTimeline(boot({}), {}, nullptr)).output, HasSubstr("nothing ran"));
+}
+
+TEST(Plot, EscapesWhatMeansSomethingInXml) {
+  const Timeline timeline = makeTimeline(boot({ran("a>b&c<d\"", 0, 1)}), {}, nullptr);
+  EXPECT_THAT(plot(timeline).output, HasSubstr("a&gt;b&amp;c&lt;d&quot;</text>"));
+}
+
+TEST(Plot, HasTheFirstLineOfTheSummaryAsItsTitle) {
+  const std::string summary = bootSummary(sample(), {});
+  const std::string title = summary.substr(0, summary.find('\n'));
+  const std::string picture = plot(sample()).output;
+  EXPECT_THAT(picture, HasSubstr("<title>" + title + "</title>\n<style>"));
+  EXPECT_THAT(picture, HasSubstr(" y=\"26\">" + title + "</text>\n"));
 }
 
 TEST(People, ReadDurationsInUnits) {

@@ -186,5 +186,19 @@ TEST(ProfilingLogReader, CompressedLogIsReadAsFarAsItGoes) {
   EXPECT_FALSE(plainText(packed + std::string(512, '\0')).cut);
 }
 
+TEST(ProfilingLogReader, CompressedLogIsUnpackedUpToALimitOnly) {
+  const std::string log(300'000, 'x');
+  const std::string packed = gzipped("first") + gzipped(log);
+  const PlainText whole = plainText(packed, log.size() + 5);
+  EXPECT_EQ(whole.text, "first" + log);
+  EXPECT_FALSE(whole.cut);
+  for (const std::size_t most : {std::size_t{0}, std::size_t{5}, log.size() + 4}) {
+    const PlainText part = plainText(packed, most);
+    EXPECT_EQ(part.text, ("first" + log).substr(0, most));
+    EXPECT_TRUE(part.cut) << most;
+  }
+  EXPECT_EQ(plainText("not compressed", 3).text, "not compressed");
+}
+
 }  // namespace
 }  // namespace bootforge::analyze

@@ -182,8 +182,8 @@ TEST_F(RunOnceLoad, ARecordThatWouldFillTheMemoryCostsLittle) {
     EXPECT_THAT(load(), IsEmpty());
     rusage after{};
     ::getrusage(RUSAGE_SELF, &after);
-    // The child starts with the peak of the test that forked it, which has made the bomb. The thread
-    // sanitizer keeps four bytes and more about each byte.
+    // The child starts with the peak of the test that forked it, which has made the bomb. The
+    // thread sanitizer keeps four bytes and more about each byte.
 #if defined(__SANITIZE_THREAD__)
     constexpr long kMost = 96L * 8 * 1024 * 1024;
 #else

@@ -175,6 +175,11 @@ void RawClient::send(const std::string& bytes) {
             static_cast<ssize_t>(bytes.size()));
 }
 
+void RawClient::trySend(const std::string& bytes) const {
+  const ssize_t count = ::send(connection_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+  EXPECT_TRUE(count == static_cast<ssize_t>(bytes.size()) || (count == -1 && errno == EPIPE));
+}
+
 int RawClient::status() {
   std::int32_t value = -1;
   EXPECT_EQ(::recv(connection_.get(), &value, sizeof value, MSG_WAITALL),

@@ -99,6 +99,8 @@ class RawClient {
  public:
   RawClient();
   void send(const std::string& bytes);
+  /// As send(), where the server may have closed already, and nothing is taken.
+  void trySend(const std::string& bytes) const;
   /// The next status, waiting for it; a test failure when the stream has ended.
   int status();
   /// Whether the stream has ended, waiting for something to come.

@@ -3,21 +3,18 @@
 
 #include <cstdlib>
 #include <deque>
-#include <random>
 #include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "tests/unit/graph/graph_builder.h"
+#include "tests/unit/graph/laws.h"
 #include "tests/unit/graph/reference_run.h"
+#include "tests/unit/graph/sketch.h"
 
 namespace bootforge::test {
 namespace {
-
-using Generator = std::mt19937;
-
-std::size_t below(Generator& generator, std::size_t limit) { return generator() % limit; }
 
 /// One graph twice: of real nodes, and for the reference.
 struct Pair {
@@ -26,52 +23,26 @@ struct Pair {
   std::vector<ReferenceNode> reference;
   std::string drawing;
 
-  Pair() = default;
+  explicit Pair(const Sketch& sketch) : drawing(sketch.text()) {
+    for (std::size_t node = 0; node < sketch.classes.size(); ++node) {
+      nodes.emplace_back(std::to_string(node), sketch.classes[node], journal);
+      reference.emplace_back().schedulingClass = sketch.classes[node];
+    }
+    for (const auto& [before, after] : sketch.edges) {
+      nodes[after].addPrerequisite(nodes[before]);
+      reference[before].dependents.push_back(after);
+      reference[after].prerequisites.push_back(before);
+    }
+  }
   Pair(const Pair&) = delete;
   Pair& operator=(const Pair&) = delete;
-
-  void addNode(std::uint32_t schedulingClass) {
-    const std::string name = std::to_string(nodes.size());
-    nodes.emplace_back(name, schedulingClass, journal);
-    reference.emplace_back().schedulingClass = schedulingClass;
-    drawing += (drawing.empty() ? "" : " ") + name + ":" + std::to_string(schedulingClass);
-  }
-
-  void addEdge(std::size_t before, std::size_t after) {
-    nodes[after].addPrerequisite(nodes[before]);
-    reference[before].dependents.push_back(after);
-    reference[after].prerequisites.push_back(before);
-    drawing += " " + std::to_string(before) + ">" + std::to_string(after);
-  }
 };
-
-/// A graph without cycles: edges go up a random order. Sparse, dense and layered ones come about,
-/// double edges too.
-void draw(Pair& pair, Generator& generator, std::size_t largest) {
-  const std::size_t count = 1 + below(generator, largest);
-  const bool manyClasses = below(generator, 2) == 0;
-  for (std::size_t node = 0; node < count; ++node) {
-    pair.addNode(manyClasses ? static_cast<std::uint32_t>(1 + below(generator, 3)) : 1);
-  }
-  std::vector<std::size_t> order(count);
-  for (std::size_t i = 0; i < count; ++i) order[i] = i;
-  std::shuffle(order.begin(), order.end(), generator);
-  const std::size_t edges = below(generator, 2 * count + 1);
-  const std::size_t reach = 1 + below(generator, count);
-  for (std::size_t edge = 0; count > 1 && edge < edges; ++edge) {
-    const std::size_t from = below(generator, count - 1);
-    const std::size_t to = from + 1 + below(generator, std::min(reach, count - 1 - from));
-    pair.addEdge(order[from], order[to]);
-  }
-}
 
 std::string textOf(const std::vector<std::size_t>& nodes) {
   std::string text;
   for (const std::size_t node : nodes) text += (text.empty() ? "" : " ") + std::to_string(node);
   return text;
 }
-
-enum class Direction { kForward, kReverse };
 
 /// Runs both, and expects the same order and the same draws.
 void compareRuns(Pair& pair, unsigned seed, Direction direction, bool randomize) {
@@ -102,8 +73,7 @@ TEST_P(RandomGraph, RunsInTheOrderOfTheReference) {
   const auto [direction, randomize] = GetParam();
   for (unsigned seed = 1; seed <= 2000 && !HasFatalFailure(); ++seed) {
     Generator generator(seed);
-    Pair pair;
-    draw(pair, generator, 24);
+    Pair pair(sketchAtRandom(generator, 24));
     compareRuns(pair, seed, direction, randomize);
   }
 }
@@ -113,8 +83,7 @@ TEST_P(RandomGraph, OfAThousandNodesRunsInTheOrderOfTheReference) {
   const auto [direction, randomize] = GetParam();
   for (unsigned seed = 1; seed <= 8 && !HasFatalFailure(); ++seed) {
     Generator generator(seed);
-    Pair pair;
-    draw(pair, generator, 1000);
+    Pair pair(sketchAtRandom(generator, 1000));
     compareRuns(pair, seed, direction, randomize);
   }
 }
@@ -178,8 +147,7 @@ std::string statesOf(const ReferenceRun& reference, std::size_t count) {
 TEST(MixedPasses, KeepTheStatesOfTheReference) {
   for (unsigned seed = 1; seed <= 3000; ++seed) {
     Generator generator(seed);
-    Pair pair;
-    draw(pair, generator, 10);
+    Pair pair(sketchAtRandom(generator, 10));
     Executor executor(0, false);
     ReferenceRun reference(pair.reference, false);
     std::ostringstream log;

@@ -63,6 +63,12 @@ TEST(Words, AreNeverExpanded) {
             (Words{"$HOME", "*", "~", "`ls`", "#no", ";", "|", ">", "&"}));
 }
 
+TEST(Words, AreJoinedWithOneBlankEachEmptyOnesToo) {
+  EXPECT_EQ(host_linux::joinWords({"network", "ip", "set"}), "network ip set");
+  EXPECT_EQ(host_linux::joinWords({"", "a", "", "b"}), " a  b");
+  EXPECT_EQ(host_linux::joinWords({}), "");
+}
+
 TEST(Words, KeepBytesThatAreNoText) {
   std::string line("\xff\x00\x01", 3);
   EXPECT_EQ(split(line), (Words{line}));

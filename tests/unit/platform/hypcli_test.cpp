@@ -9,6 +9,7 @@
 
 #include "tests/support/scratch_root.h"
 #include "tests/unit/platform/child.h"
+#include "util/version.h"
 
 /// The main function of hypcli.
 int hypcliMain(int argc, char** argv);
@@ -264,7 +265,7 @@ TEST_F(Hypcli, TellsItsUsageAndItsVersion) {
     EXPECT_TRUE(answer.out.starts_with("Usage: hypcli ")) << answer.out;
   }
   for (const char* option : {"--version", "-v"}) {
-    EXPECT_EQ(hypcli({option}).out, "hypcli " BOOTFORGE_VERSION "\n");
+    EXPECT_EQ(hypcli({option}).out, std::string("hypcli ") + version() + "\n");
   }
 }
 

@@ -23,6 +23,7 @@
 #include "platform/log.h"
 #include "tests/support/scratch_root.h"
 #include "tests/unit/platform/child.h"
+#include "tests/unit/platform/pseudo_terminal.h"
 #include "tests/unit/platform/syslog_fixture.h"
 #include "tests/unit/platform/wrapped_calls.h"
 
@@ -256,27 +257,15 @@ TEST_F(Syslog, MayTakeAStreamAndHangAndComeBackAsDatagrams) {
 }
 
 /// A terminal as standard output.
-class LogToTerminal : public testing::Test {
+class LogToTerminal : public PseudoTerminal {
  protected:
   void SetUp() override {
-    ASSERT_EQ(mkdir("/dev/pts", 0755), 0);
-    if (mount("devpts", "/dev/pts", "devpts", 0, "newinstance,ptmxmode=0666") != 0) {
-      GTEST_SKIP() << "no terminals of our own here: " << std::strerror(errno);
-    }
-    mounted_ = true;
-    master_ = open("/dev/pts/ptmx", O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ASSERT_EQ(unlockpt(master_), 0);
-    terminal_ = open("/dev/pts/0", O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ASSERT_GE(terminal_, 0);
+    PseudoTerminal::SetUp();
+    if (terminal_ < 0) return;
     termios mode{};
     ASSERT_EQ(tcgetattr(terminal_, &mode), 0);
     cfmakeraw(&mode);
     ASSERT_EQ(tcsetattr(terminal_, TCSANOW, &mode), 0);
-  }
-  void TearDown() override {
-    close(terminal_);
-    close(master_);
-    EXPECT_TRUE(!mounted_ || umount("/dev/pts") == 0);
   }
 
   /// Runs the body with the terminal as standard output, and the log set up.
@@ -295,23 +284,11 @@ class LogToTerminal : public testing::Test {
 
   /// What the terminal shows since the last look.
   std::string shown() const {
-    std::string text;
-    pollfd ready{master_, POLLIN, 0};
-    while (poll(&ready, 1, text.empty() ? 2000 : 50) > 0) {
-      char buffer[65536];
-      ssize_t count = read(master_, buffer, sizeof buffer);
-      if (count <= 0) break;
-      text.append(buffer, static_cast<std::size_t>(count));
-    }
-    return boost::regex_replace(text, boost::regex("\\[[0-9]+\\]"), "[PID]");
+    return boost::regex_replace(PseudoTerminal::shown(), boost::regex("\\[[0-9]+\\]"), "[PID]");
   }
 
   void stop() const { ASSERT_EQ(tcflow(terminal_, TCOOFF), 0); }
   void goOn() const { ASSERT_EQ(tcflow(terminal_, TCOON), 0); }
-
-  int master_ = -1;
-  int terminal_ = -1;
-  bool mounted_ = false;
 };
 
 TEST_F(LogToTerminal, ShowsMessagesAsAnyStream) {
@@ -390,7 +367,7 @@ TEST_F(LogToTerminal, WithoutANameIsGivenUpAsWell) {
     EXPECT_LT(took, 2500);
     goOn();
     Log_Level(5, "back");
-    ASSERT_EQ(mount("devpts", "/dev/pts", "devpts", 0, "newinstance,ptmxmode=0666"), 0);
+    ASSERT_TRUE(mountTerminals());
   });
   EXPECT_EQ(child.status, 0) << child.out;
   EXPECT_EQ(shown(), "warning bootforge[PID]: " + lost(100) + "\ninfo bootforge[PID]: back\n");

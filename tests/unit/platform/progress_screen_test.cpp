@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
@@ -15,6 +14,7 @@
 #include "platform/hvkctl.h"
 #include "tests/support/scratch_root.h"
 #include "tests/unit/platform/child.h"
+#include "tests/unit/platform/pseudo_terminal.h"
 #include "tests/unit/platform/wrapped_calls.h"
 
 namespace bootforge::test {
@@ -23,46 +23,20 @@ namespace {
 using Screen = HvkCtl::System::KernelProgressScreenImpl;
 
 /// A terminal as the console, and what is shown on it.
-class ProgressScreen : public testing::Test {
+class ProgressScreen : public PseudoTerminal {
  protected:
   void SetUp() override {
-    ASSERT_EQ(mkdir("/dev/pts", 0755), 0);
-    if (mount("devpts", "/dev/pts", "devpts", 0, "newinstance,ptmxmode=0666") != 0) {
-      GTEST_SKIP() << "no terminals of our own here: " << std::strerror(errno);
-    }
-    mounted_ = true;
-    terminal_ = open("/dev/pts/ptmx", O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ASSERT_GE(terminal_, 0);
-    ASSERT_EQ(unlockpt(terminal_), 0);
+    PseudoTerminal::SetUp();
+    if (terminal_ < 0) return;
     ASSERT_EQ(symlink("pts/0", "/dev/console"), 0);
-    // Held open: with nobody on the other side, the terminal would forget what was shown.
-    console_ = open("/dev/console", O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ASSERT_GE(console_, 0);
-  }
-  void TearDown() override {
-    close(console_);
-    close(terminal_);
-    EXPECT_TRUE(!mounted_ || umount("/dev/pts") == 0);
   }
 
   /// What was shown since the last look, without the terminal's carriage returns.
   std::string shown() const {
-    std::string text;
-    pollfd ready{terminal_, POLLIN, 0};
-    // The terminal passes text on behind the writer's back; a lone look could come too early.
-    while (poll(&ready, 1, text.empty() ? 2000 : 50) > 0) {
-      char buffer[4096];
-      ssize_t count = read(terminal_, buffer, sizeof buffer);
-      if (count <= 0) break;
-      text.append(buffer, static_cast<std::size_t>(count));
-    }
+    std::string text = PseudoTerminal::shown();
     std::erase(text, '\r');
     return text;
   }
-
-  int terminal_ = -1;
-  int console_ = -1;
-  bool mounted_ = false;
 };
 
 TEST_F(ProgressScreen, ShowsStepsProgressAndStatus) {
@@ -118,10 +92,10 @@ TEST_F(ProgressScreen, WritesALineAtOnceAlsoFromSeveralThreads) {
 
 TEST_F(ProgressScreen, NeverWaitsForATerminalThatTakesNothing) {
   Finished child = runInChild([this] {
-    ASSERT_EQ(tcflow(console_, TCOOFF), 0);  // as after control-S
+    ASSERT_EQ(tcflow(terminal_, TCOOFF), 0);  // as after control-S
     Screen screen;
     for (int i = 0; i < 5000; ++i) screen.Step();
-    ASSERT_EQ(tcflow(console_, TCOON), 0);
+    ASSERT_EQ(tcflow(terminal_, TCOON), 0);
   });
   EXPECT_EQ(child.status, 0) << child.out;
 }

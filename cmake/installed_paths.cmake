@@ -1,0 +1,25 @@
+# Where the programs look at run time. They know no other place than what is decided here.
+set(helper_dir ${BOOTFORGE_HELPER_DIR})
+set(plugin_dir ${BOOTFORGE_PLUGIN_DIR})
+set(command_dir ${BOOTFORGE_COMMAND_DIR})
+foreach(place helper_dir=lib/nimbus/bootforge plugin_dir=libexec/bootforge/plugins
+        command_dir=lib/nimbus/hypcli)
+  string(REGEX MATCH "^(.*)=(.*)$" place ${place})
+  set(variable ${CMAKE_MATCH_1})
+  if(NOT ${variable})
+    set(${variable} ${CMAKE_INSTALL_PREFIX}/${CMAKE_MATCH_2})
+  endif()
+  if(NOT IS_ABSOLUTE "${${variable}}")
+    string(TOUPPER ${variable} option)
+    message(FATAL_ERROR "BOOTFORGE_${option} has to be an absolute path: '${${variable}}'")
+  endif()
+  # A prefix of "/" or with a slash at its end makes two of them.
+  string(REGEX REPLACE "/+" "/" ${variable} "${${variable}}")
+  # Installed relative to the prefix where it is below it, as everything else.
+  string(REPLACE _dir _destination destination ${variable})
+  cmake_path(IS_PREFIX CMAKE_INSTALL_PREFIX "${${variable}}" NORMALIZE is_below)
+  set(${destination} ${${variable}})
+  if(is_below)
+    file(RELATIVE_PATH ${destination} ${CMAKE_INSTALL_PREFIX} ${${variable}})
+  endif()
+endforeach()
