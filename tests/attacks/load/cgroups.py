@@ -2,6 +2,7 @@
 
 import contextlib
 import os
+import signal
 import tempfile
 import time
 
@@ -55,12 +56,14 @@ class Group:
 
     def limit(self, value):
         """Everybody in it must have ended."""
-        names = [FILES[self.controller][self.version]]
         if self.controller == "memory" and self.version == 1 and \
                 os.path.exists(f"{self.folder}/memory.force_empty"):
             self._write("memory.force_empty", "0")
-        for name in names:
-            self._write(name, str(value))
+        self._write(FILES[self.controller][self.version], str(value))
+
+    def lift(self):
+        none = "-1" if self.controller == "memory" and self.version == 1 else "max"
+        self._write(FILES[self.controller][self.version], none)
 
     def _write(self, name, text):
         with open(f"{self.folder}/{name}", "w", encoding="ascii") as file:
@@ -72,7 +75,15 @@ class Group:
             try:
                 os.rmdir(self.folder)
                 return
-            except OSError:  # the last process is still ending
+            except OSError:
                 if time.monotonic() > deadline:
                     raise
+                self._end_members()
                 time.sleep(0.01)
+
+    def _end_members(self):
+        """What a failed case has left; a zombie is listed until it has been waited for."""
+        with open(self.processes, encoding="ascii") as file:
+            for number in file.read().split():
+                with contextlib.suppress(ProcessLookupError):
+                    os.kill(int(number), signal.SIGKILL)

@@ -8,7 +8,7 @@ import types
 import scratch_host
 from errors import NOT_STOPPED
 from outcome import Outcome
-from scenarios import TELLING, Terminal
+from scenarios import Terminal
 
 LIMIT = 45.0  # seconds: the longest patience of the programs is 10 s, and some wait twice
 REST = 12.0  # seconds for what is left behind to end by itself
@@ -17,6 +17,7 @@ RUNS_FOR_A_HOST = 60
 NOT_LOADED = re.compile(r"error while loading shared libraries|cannot allocate TLS|"
                         r"terminate called without an active exception")
 
+BEGUN = re.compile(r"(error|warning|notice|info) \w+\[N\]: ")  # as outcomes mask them
 NO_MEMORY = re.compile(r"std::bad_alloc|out of memory while a message was formatted")
 
 
@@ -114,9 +115,10 @@ class Stage:
 
     # What is expected
 
-    def check(self, title, run, reason, killed=False):
+    def check(self, title, run, reason, killed=False, lift=None):
         """Raises Failure; returns what became of the limit. `reason` is the text of the error that
-        a message should have, `killed` tells that the kernel may end processes at this limit."""
+        a message should have, `killed` tells that the kernel may end processes at this limit,
+        `lift` takes it from an executor that is left."""
         outcome, host = run.outcome, self.host
         new = outcome.told - self.baseline.told
         different = sorted(key for key in self.baseline.effects
@@ -128,16 +130,16 @@ class Stage:
         expect(not outcome.temporary or killed and status == -signal.SIGKILL,
                f"{says}: it left {outcome.temporary}", host)
         # Before main, the loader ends a program with 127, or it dies where it has no memory at all.
-        unborn = not any(TELLING.search(line) for line in outcome.lines) and (
+        unborn = not any(BEGUN.search(line) for line in outcome.lines) and (
             NOT_LOADED.search(outcome.errors) or
             status in (-signal.SIGSEGV, -signal.SIGKILL, 126))
         if unborn:
             expect(not run.left, f"{says}: it left {run.left}", host)
-            self._run_again(title)
+            self._run_again(title, lift)
             return "not loaded"
         if status == -signal.SIGABRT and NO_MEMORY.search(outcome.errors):
             # Not even a message could be made; the executor is left to the next run.
-            self._run_again(title)
+            self._run_again(title, lift)
             return "aborted"
         if not killed or status != -signal.SIGKILL:
             # What scripts and plugins do is theirs; their status is passed on.
@@ -148,7 +150,7 @@ class Stage:
             self._look_for_silence(says, outcome)
             said = any(text in line for text in NOT_STOPPED for line in outcome.lines)
             expect(not run.left or said or killed, f"{says}: it left {run.left}", host)
-        self._run_again(title)
+        self._run_again(title, lift)
         if status == -signal.SIGKILL:
             return "killed"
         if not new:
@@ -170,9 +172,11 @@ class Stage:
                    any(name in line for line in new),
                    f"{says}: {note!r} is missing, and nobody says so", self.host)
 
-    def _run_again(self, title):
+    def _run_again(self, title, lift):
         """Without the limit everything is as ever, and nobody stays: an executor that could not be
         told to end is used and ended by the next run."""
+        if lift:
+            lift()
         run = self.run()
         effects = run.outcome.effects
         expect(not run.hung and not run.left and effects == self.baseline.effects and

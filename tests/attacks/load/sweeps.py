@@ -32,9 +32,9 @@ class Sweep:
     def attempt(self, stage, value):
         raise NotImplementedError
 
-    def check(self, stage, value, run):
+    def check(self, stage, value, run, lift=None):
         title = f"{self.name} {stage.scenario.name} {value}"
-        return stage.check(title, run, self.reason, self.killed)
+        return stage.check(title, run, self.reason, self.killed, lift)
 
 
 class ResourceSweep(Sweep):
@@ -60,7 +60,7 @@ class GroupSweep(Sweep):
             group.limit(value)
             run = stage.run(groups=[group.processes])
             # An executor that could not be told to end is in the group until the next run.
-            return self.check(stage, value, run)
+            return self.check(stage, value, run, group.lift)
 
 
 class DiskSweep(Sweep):
@@ -108,8 +108,8 @@ def sizes(first, last, step):
 SWEEPS = [
     ResourceSweep("descriptors", "NOFILE", sizes(3, 40, 1), OF_FILES),
     GroupSweep("processes", "pids", sizes(1, 24, 1), OF_PROCESSES),
-    ResourceSweep("address space", "AS", sizes(1 * MIB, 16 * MIB, 128 * KIB) +
-                  sizes(18 * MIB, 400 * MIB, 2 * MIB), OF_MEMORY),
+    ResourceSweep("address space", "AS", sizes(1 * MIB, 16 * MIB, 256 * KIB) +
+                  sizes(20 * MIB, 400 * MIB, 4 * MIB), OF_MEMORY),
     ResourceSweep("data", "DATA", sizes(0, 4 * MIB, 64 * KIB) + sizes(5 * MIB, 80 * MIB, MIB),
                   OF_MEMORY),
     GroupSweep("memory", "memory", sizes(256 * KIB, 12 * MIB, 128 * KIB), OF_MEMORY, killed=True),
