@@ -57,9 +57,9 @@ foreach(name bootforge hypcli bootforge-analyze)
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   install(FILES share/completions/fish/${name}.fish COMPONENT ${component}
     DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+  install(FILES share/completions/zsh/_bootforge RENAME _${name} COMPONENT ${component}
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
 endforeach()
-install(FILES share/completions/zsh/_bootforge COMPONENT runtime
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
 
 # A manual page goes with what it is about.
 file(GLOB manual_pages CONFIGURE_DEPENDS docs/*.[1-8])

@@ -86,7 +86,8 @@ class Completion:
         os.symlink(f"{BUILD}/bootforge-analyze", f"{cls.root}/bin/bootforge-analyze")
         os.symlink(f"{BUILD}/bootforge", f"{cls.root}/bin/bootforge")
         # hypcli reads the commands of its own root only.
-        inside = "chroot" if os.geteuid() == 0 else "unshare --map-root-user chroot"
+        chroot = shutil.which("chroot", path=f"{os.environ['PATH']}:/usr/sbin:/sbin")
+        inside = chroot if os.geteuid() == 0 else f"unshare --map-root-user {chroot}"
         with open(f"{cls.root}/bin/hypcli", "w", encoding="utf-8") as file:
             file.write(f'#!/bin/sh\nexec {inside} {host} /usr/bin/hypcli "$@"\n')
         os.chmod(f"{cls.root}/bin/hypcli", 0o755)

@@ -358,13 +358,17 @@ class Examples(DemoCase):
             self.skipTest("this machine has no make")
         copy = self.copy_of_the_project()
         built = []
-        for language in ("c", "cpp"):
+        expected = ["libentropy_check.so", "libinventory.so", "libswap_tuning.so"]
+        languages = ["c", "cpp"]
+        if shutil.which("rustc"):
+            languages.append("rust")
+            expected.append("libmount_report.so")
+        for language in languages:
             folder = f"{copy}/examples/native/{language}"
             subprocess.run(["make", "-s", "-C", folder, f"CPPFLAGS=-I{PROJECT}/include"],
                            check=True)
             built += [name for name in os.listdir(folder) if name.endswith(".so")]
-        self.assertEqual(sorted(built),
-                         ["libentropy_check.so", "libinventory.so", "libswap_tuning.so"])
+        self.assertEqual(sorted(built), sorted(expected))
 
 
 if __name__ == "__main__":

@@ -30,6 +30,7 @@ def read(path):
         return file.read()
 
 
+@unittest.skipUnless(shutil.which("git"), "git is missing")
 class Version(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.mkdtemp(prefix="version-")
@@ -122,8 +123,8 @@ class Version(unittest.TestCase):
         self.write(self.source)
         self.assertEqual(os.stat(output).st_mtime, 1)
 
-    # The programs and the documents of this build
 
+class ThisBuild(unittest.TestCase):
     def test_the_programs_say_one_version(self):
         with open(f"{BUILD}/CMakeCache.txt", encoding="utf-8") as file:
             number = re.search(r"^CMAKE_PROJECT_VERSION:STATIC=(.*)$", file.read(), re.M).group(1)

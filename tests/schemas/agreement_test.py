@@ -28,12 +28,14 @@ from drawn_files import COMMAND_FILE, DESCRIPTION
 SCHEMAS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../share/schemas")
 FOLDERS = {DESCRIPTION: "usr/libexec/bootforge/plugins", COMMAND_FILE: "usr/lib/nimbus/hypcli"}
 FILES = {DESCRIPTION: "plugin-description.schema.json", COMMAND_FILE: "command-file.schema.json"}
-BAD = {"description-unreadable", "description-syntax", "description-invalid", "command-file-invalid"}
+BAD = {"description-unreadable", "description-syntax", "description-invalid",
+       "command-file-invalid"}
 IGNORED_KEY = {"description-unknown-key", "description-ignored-key", "command-file-unknown-key"}
 
 # Faults that a schema lets through, by the program's message.
 CANNOT_SAY = {
-    "a name that two parameters share": re.compile(r'parameters ".*" and ".*" share the name', re.S),
+    "a name that two parameters share": re.compile(
+        r'parameters ".*" and ".*" share the name', re.S),
     "{name} of no parameter": re.compile(r"'\{.*\}' names no parameter of the command", re.S),
 }
 
@@ -185,7 +187,8 @@ def main():
     parser.add_argument("--count", type=int, default=600)
     parser.add_argument("--seed", type=int, default=None)
     parser.add_argument("--only", type=int, help="show the file of this number")
-    parser.add_argument("--write", help="for editors_test.js: the files with the program's verdicts")
+    parser.add_argument("--write", metavar="FILE",
+                        help="for editors_test.js: the files with the program's verdicts")
     parser.add_argument("--weaken", action="store_true",
                         help="also see that every word of the schemas is needed")
     given = parser.parse_args()
@@ -196,8 +199,8 @@ def main():
     judge(given.program, files)
     if given.write:
         with open(given.write, "w", encoding="utf-8") as output:
-            json.dump([{"name": FILES[file.kind], "text": file.text.decode(), "good": not file.faults,
-                        "ignored": file.ignored_keys, "number": file.name}
+            json.dump([{"name": FILES[file.kind], "number": file.name, "text": file.text.decode(),
+                        "good": not file.faults, "ignored": file.ignored_keys}
                        for file in files if file.is_json and not file.repeats_key
                        and not file.only_what_no_schema_says()], output)
     schemas = {}

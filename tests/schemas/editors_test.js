@@ -1,6 +1,6 @@
 // What an editor makes of the schemas, by the JSON language service that several editors share:
-// node editors_test.js PACKAGES DRAWN, where PACKAGES is the folder of get_packages and DRAWN the file
-// that agreement_test.py wrote. Exit status 0, or 1 with what is wrong.
+// node editors_test.js PACKAGES DRAWN, where PACKAGES is the folder of get_packages and DRAWN the
+// file that agreement_test.py wrote. Exit status 0, or 1 with what is wrong.
 "use strict";
 const assert = require("assert");
 const fs = require("fs");
@@ -39,7 +39,7 @@ function open(uri, text) {
   return { document, json: languages.parseJSONDocument(document) };
 }
 
-/** What is said about a text, as "error 3:5 message": as an editor does for a file with comments. */
+/** What an editor says about a file with comments. */
 async function diagnose(uri, text) {
   const { document, json } = open(uri, text);
   const options = { comments: "ignore", trailingCommas: "warning" };
@@ -86,7 +86,8 @@ function members(node, place = "") {
   return found;
 }
 
-const METADATA = '"version": 3, "requires": [], "provides": [], "run_once": false, "plugin_version": "1"';
+const METADATA =
+  '"version": 3, "requires": [], "provides": [], "run_once": false, "plugin_version": "1"';
 const whole = (metadata, operations = '"start": []') =>
   `{"metadata": {${metadata}}, "operations": {${operations}}}`;
 const commandFile = (command) => `{"namespace": "net", "commands": {"up": ${command}}}`;
@@ -113,7 +114,9 @@ const tests = {
   },
   async AnEmptyFileIsFilledByASnippet() {
     const offered = await labels(PLUGIN, "|");
-    assert(offered.includes("plugin") && offered.includes("plugin with flags and run-once"), offered);
+    for (const label of ["plugin", "plugin with flags and run-once"]) {
+      assert(offered.includes(label), offered);
+    }
   },
   async SnippetsAreSoundFiles() {
     for (const [uri, name] of [[PLUGIN, "plugin-description"], [COMMANDS, "command-file"]]) {
@@ -152,7 +155,8 @@ const tests = {
     }
   },
   async HoverTellsWhatACommandMayHold() {
-    assert.match(await hover(PLUGIN, whole(METADATA, '"start": ["boot |x"]')), /at most 1023 bytes/);
+    const line = await hover(PLUGIN, whole(METADATA, '"start": ["boot |x"]'));
+    assert.match(line, /at most 1023 bytes/);
     const text = await hover(COMMANDS, commandFile('{"exec": ["/bin/true"], "time|out": 3}'));
     assert.match(text, /holds up the boot for ever/);
   },
