@@ -172,8 +172,8 @@ int __wrap_unlinkat(int directory, const char* path, int flags) {
   struct stat given {};
   struct stat folder {};
   if (!removals.path.empty() && fstat(directory, &given) == 0 &&
-      stat(removals.path.substr(0, slash).c_str(), &folder) == 0 &&
-      given.st_ino == folder.st_ino && given.st_dev == folder.st_dev &&
+      stat(removals.path.substr(0, slash).c_str(), &folder) == 0 && given.st_ino == folder.st_ino &&
+      given.st_dev == folder.st_dev &&
       std::string_view(path).starts_with(removals.path.substr(slash + 1))) {
     errno = removals.error;
     return -1;
