@@ -12,8 +12,7 @@ import sys
 import mutants
 from mutants import PROJECT, text_of
 
-COPIED = ("CMakeLists.txt", "CMakePresets.json", "CHANGELOG.md", "LICENSE", "docs", "examples",
-          "include", "scripts", "share", "src", "tests", "tools", "bench", "README.md", ".github")
+NOT_COPIED = {"build", ".git"}
 PATIENCE = 40  # seconds without another test begun or ended: a test hangs
 BUILD_PATIENCE = 600
 HUNG = "hung"
@@ -40,7 +39,7 @@ class Tree:
         self.build_folder = f"{place}/build/clang"
         self.sources = {}
         os.makedirs(place, exist_ok=True)
-        for name in COPIED:
+        for name in sorted(set(os.listdir(PROJECT)) - NOT_COPIED):
             self.bring(name)
         self.check(["cmake", "--preset", "clang", "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld"])
 
@@ -69,7 +68,7 @@ class Tree:
         with open(self.output(worker), encoding="utf-8", errors="replace") as file:
             return file.read()
 
-    def call(self, words, patience=PATIENCE, worker=0, **environment):
+    def call(self, words, patience=None, worker=0, **environment):
         """Exit status; HUNG when nothing more was written for a while."""
         environment = {**os.environ, "CCACHE_BASEDIR": self.place, "CCACHE_NOHASHDIR": "1",
                        "MUTANT_WORKER": str(worker), **environment}
@@ -81,7 +80,7 @@ class Tree:
         while written != os.stat(self.output(worker)).st_size:
             written = os.stat(self.output(worker)).st_size
             try:
-                return process.wait(patience)
+                return process.wait(patience or PATIENCE)
             except subprocess.TimeoutExpired:
                 pass
         os.killpg(process.pid, signal.SIGKILL)
@@ -254,6 +253,7 @@ class Tree:
         for _ in range(2):
             status = self.call(["ctest", "--test-dir", "build/clang", "-R", f"^{test}$"],
                                4 * PATIENCE, worker, **environment)
+            self.end_what_is_left(worker)
             if status in (0, HUNG):
                 return "" if status == 0 else HUNG
         return test

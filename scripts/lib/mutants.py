@@ -24,7 +24,8 @@ INSTEAD = {
 STATEMENT = re.compile(r"^[ \t]+(?:[\w:]+(?:(?:\.|->|::)\w+|\[[^\]\n]*\])*"
                        r"(?:\([^\n]*\)| [-+|&]?= [^\n]*)|\+\+\w+|--\w+|throw [^\n]*);[^\n]*$", re.M)
 # What may stand before one; after anything else the line goes on with what has begun.
-BEFORE_STATEMENT = re.compile(r"(?:[;{}:)]|\belse|\bdo)[ \t]*(?://[^\n]*)?\n(?:[ \t]*(?://[^\n]*)?\n)*\Z")
+BEFORE_STATEMENT = re.compile(r"(?:[;{}:)]|\belse|\bdo)[ \t]*(?://[^\n]*)?\n"
+                              r"(?:[ \t]*(?://[^\n]*)?\n)*\Z")
 # What an expression ends at, whichever it is, and what a comparison or a sum ends at, too.
 ENDS = {",", ";", "?", ":", "=", "return", "case", "throw", "else", "do"}
 ASSIGNMENTS = {"+=", "-=", "|=", "&="}
@@ -74,7 +75,8 @@ def name_of(mutant, source):
     begin = source.rfind("\n", 0, mutant.start) + 1
     line = source[begin:].split("\n", 1)[0]
     before = source[:begin].count(f"\n{line}\n")
-    return f"{mutant.path}: {line.strip()} [{before}, {mutant.start - begin}: {mutant.text.strip()}]"
+    column = mutant.start - begin
+    return f"{mutant.path}: {line.strip()} [{before}, {column}: {mutant.text.strip()}]"
 
 
 def drawn(seed, only):
@@ -143,4 +145,4 @@ def switched(source, mutant, number):
     start, end = expression_around(source, mutant)
     changed = source[start:mutant.start] + mutant.text + source[mutant.end:end]
     both = f"({on} ? ({changed}) : ({source[start:end]}))"
-    return start, end, both if "\n" not in both else both.replace("\n", " ") + both.count("\n") // 2 * "\n"
+    return start, end, both.replace("\n", " ") + source.count("\n", start, end) * "\n"

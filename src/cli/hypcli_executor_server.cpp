@@ -41,6 +41,14 @@ constexpr int kEventType = 2;
 /// Ends the poll loop; written and read on its thread.
 bool stopRequested = false;
 
+/// Holds a descriptor for the one connection that is served, for when all others are taken: who has
+/// connected waits for an answer, and would for ever. On the loop's thread.
+UniqueFd reserve;
+
+void keepReserve() {
+  if (!reserve) reserve = makeControlSocket();
+}
+
 UniqueFd acceptConnection(int listener) {
   return UniqueFd(
       retryInterrupted([&] { return ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC); }));
@@ -71,12 +79,21 @@ void handleConnection(void* clientData) {
     const int error = errno;
     Log_Level(3, "Error accepting connection on contol socket - %s\n\n",
               systemErrorText(error).c_str());
-    // The connection goes on waiting, so the loop comes back at once. Out of descriptors or memory
-    // that would do nothing but fill the disk with this line.
+    reserve.reset();
+    if (error == EMFILE) connection = acceptConnection(listener);
+  }
+  if (!connection) {
+    // The connection goes on waiting, so the loop comes back at once. Out of memory that would do
+    // nothing but fill the disk with this line.
     ::poll(nullptr, 0, kPauseMilliseconds);
+    keepReserve();
     return;
   }
-  if (!serveConnection(connection)) return;
+  if (!serveConnection(connection)) {
+    connection.reset();
+    keepReserve();
+    return;
+  }
   stopRequested = true;
   Poll_NotifyChange(kClassSet);
   Poll_CallbackRemove(kClassSet, kPollFlags, &handleConnection, clientData, kEventType);
@@ -86,6 +103,7 @@ void handleConnection(void* clientData) {
 /// The body of the event-loop thread; `argument` points to the listening socket.
 void* runEventLoop(void* argument) {
   int listener = static_cast<const UniqueFd*>(argument)->get();
+  keepReserve();
   Poll_InitDefault();
   if (Poll_Callback(kClassSet, kPollFlags, &handleConnection, &listener, kEventType, listener,
                     nullptr) != 0) {
@@ -129,6 +147,7 @@ void HypcliExecutor::runChild(int startLock) noexcept {
     resetSignals();
     // A peer that is gone shall be an error of send(2) here, too.
     ::signal(SIGPIPE, SIG_IGN);
+    ::signal(SIGXFSZ, SIG_IGN);  // and a file at the limit of sizes one of write(2)
     // The descriptors are the orchestrator's: connections of its other workers among them, which
     // would not end for their peers while this process had them open.
     Log_Detach();

@@ -254,6 +254,8 @@ int runProgram(int argc, char** argv, char** environment) {
   // Whoever calls us: what we and our children make is for others to read at most.
   ::umask(::umask(kOthersMayNotWrite) | kOthersMayNotWrite);
   std::signal(SIGPIPE, SIG_IGN);
+  // At a limit of the size of files, a write shall fail as on a full disk.
+  std::signal(SIGXFSZ, SIG_IGN);
   // Where it is inherited as ignored, the kernel reaps our children and no exit status can be had.
   std::signal(SIGCHLD, SIG_DFL);
   try {

@@ -53,12 +53,16 @@ struct OldFile {
 OldFile lookAt(const std::string& path) {
   constexpr mode_t kWithoutSetId = 01777;
   struct stat file {};
-  struct stat link {};
+  struct stat name {};
   OldFile old;
+  const bool named = ::lstat(path.c_str(), &name) == 0;
+  // What others have put there does not say who may read and write the new file, and where a link
+  // of theirs leads is not looked at: that may take for ever.
+  if (named && S_ISLNK(name.st_mode) && !isOurs(name)) return old;
   if (::stat(path.c_str(), &file) != 0) {
     old.error = errno;
-  } else if (isOurs(file) && ::lstat(path.c_str(), &link) == 0 && isOurs(link)) {
-    // What others have put there does not say who may read and write the new file.
+  } else if (named && isOurs(name) && isOurs(file) && S_ISREG(file.st_mode) &&
+             (S_ISLNK(name.st_mode) || isSameFile(name, file))) {
     old.mode = file.st_mode & kWithoutSetId;
   }
   return old;
@@ -94,6 +98,7 @@ void afstream::discard() {
   temporaryPath_.clear();
   destinationPath_.clear();
   syncError_ = 0;
+  mostMode_ = kAnyMode;
 }
 
 void afstream::open(const char* destination, std::ios_base::openmode mode) {
@@ -147,7 +152,7 @@ void afstream::commit() {
   replaceDestination();
   // The permission bits are unknown when the old file could not be looked at.
   int error = old.error == ENOENT ? 0 : old.error;
-  if (old.mode && ::fchmod(file_.get(), *old.mode) != 0) error = errno;
+  if (old.mode && ::fchmod(file_.get(), *old.mode & mostMode_) != 0) error = errno;
   syncMoved();
   if (error != 0) {
     throw systemFailure("failed to restore file permissions, file permissions may be incorrect: ",
@@ -187,7 +192,12 @@ void copyFileInto(const char* source, afstream& target) {
   constexpr const char* kFailure = "failed to write to temp file: ";
   const UniqueFd file = openRegularFile(source);
   int error = errno;
-  if (!file) throw systemFailure(kFailure, error);
+  struct stat status {};
+  if (!file || ::fstat(file.get(), &status) != 0) throw systemFailure(kFailure, error);
+  if (!isTrustedFolderOf(source) && !(isOurs(status) && isTrustedFile(file, source))) {
+    throw systemFailure(kFailure, EPERM);
+  }
+  target.limitMode(status.st_mode);
   std::array<char, 16384> chunk;
   ssize_t count = 0;
   do {

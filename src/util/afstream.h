@@ -1,6 +1,8 @@
 // Replacing a file in one step.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <fstream>
 #include <stdexcept>
 #include <string>
@@ -45,8 +47,8 @@ class afstream : public std::ofstream {
   void open(const char* destination, std::ios_base::openmode mode);
 
   /// Closes the stream and moves the temporary file into the destination's place. It gets the
-  /// permission bits of the file that it replaces, but for the set-id bits, and only where that
-  /// file (and the link to it, if it is one) belongs to root or to us; otherwise it keeps mode
+  /// permission bits of the regular file that it replaces, but for the set-id bits, and only where
+  /// that file (and the link to it, if it is one) belongs to root or to us; otherwise it keeps mode
   /// 0600. Throws FileError when there is no destination, when the file could not be moved, and
   /// when it was moved but may not have the right permission bits.
   ///
@@ -55,6 +57,10 @@ class afstream : public std::ofstream {
   /// FileError is thrown. Any other failing sync sets the failbit and syncError(), a failing close
   /// the failbit; neither throws.
   void commit();
+
+  /// Lets commit() give the file no permission bits but these, whatever the file that it replaces
+  /// has by then: for content that was copied from a file with these.
+  void limitMode(mode_t most) { mostMode_ &= most; }
 
   /// The errno of the sync that failed in a commit() which moved the file; 0 when none did.
   int syncError() const { return syncError_; }
@@ -68,10 +74,13 @@ class afstream : public std::ofstream {
   void replaceDestination();
   void syncMoved();
 
+  static constexpr mode_t kAnyMode = 07777;
+
   UniqueFd file_;  // the temporary file; the stream has a descriptor of its own
   std::string temporaryPath_;
   std::string destinationPath_;
   int syncError_ = 0;
+  mode_t mostMode_ = kAnyMode;  // of the new file
 };
 
 /// Writes all of `content` and commits. Throws FileError when that fails, the destination is then
@@ -80,7 +89,9 @@ void writeAndCommit(afstream& file, const std::string& content);
 
 /// Writes the whole content of a regular file into the stream. Throws FileError: when `source`
 /// cannot be opened (the stream is left as it was), and when reading or writing failed (the stream
-/// has failed then). What is no regular file is never waited on: it cannot be opened.
+/// has failed then). What is no regular file is never waited on: it cannot be opened. Where others
+/// may write the folder of `source`, only a file of ours without any other name is copied, and no
+/// link is followed.
 void copyFileInto(const char* source, afstream& target);
 
 }  // namespace bootforge

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 
 #include "util/system_error.h"
 
@@ -21,7 +22,7 @@ class SpawnSettings {
   SpawnSettings() {
     sigset_t all;
     sigset_t none;
-    sigfillset(&all);
+    std::memset(&all, 0xff, sizeof all);  // sigfillset(3) leaves out those of the C library
     sigemptyset(&none);
     note(::posix_spawn_file_actions_init(&actions_));
     note(::posix_spawnattr_init(&attributes_));
@@ -40,8 +41,10 @@ class SpawnSettings {
     note(::posix_spawn_file_actions_adddup2(&actions_, file.get(), stream));
   }
 
-  /// Returns 0 and the process, or an error number.
-  int spawnShell(const std::string& commandLine, pid_t* child) const {
+  /// Returns 0 and the process, or an error number. It gets no descriptors but the streams, whoever
+  /// started us with more.
+  int spawnShell(const std::string& commandLine, pid_t* child) {
+    note(::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
     if (error_ != 0) return error_;
     char name[] = "sh";
     char option[] = "-c";

@@ -1,6 +1,6 @@
-// Command lines under /bin/sh. What they start has the default disposition of every signal and none
-// blocked, which system(3) and popen(3) would pass on as this process has them: a "yes | head -n 1"
-// that ignores SIGPIPE never ends.
+// Command lines under /bin/sh. What they start has three descriptors, the default disposition of
+// every signal and none blocked, which system(3) and popen(3) would pass on as this process has
+// them: a "yes | head -n 1" that ignores SIGPIPE never ends.
 #pragma once
 
 #include <sys/types.h>

@@ -23,13 +23,14 @@ bool duplicateOnto(const UniqueFd& file, int stream) {
   return retryInterrupted([&] { return ::dup2(file.get(), stream); }) == stream;
 }
 
-/// Opens a file to append to. A link in its place is followed only where nobody but us can have put
-/// it there: it might lead to any other file.
+/// Opens a file to append to. A link in its place, symbolic or hard, is followed only where nobody
+/// but us can have put it there: it might lead to any other file.
 UniqueFd openToAppend(const char* path) {
   // O_NONBLOCK: opening a FIFO without a reader would wait. Its later writers shall wait again.
   constexpr int kFlags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
   UniqueFd file(::open(path, kFlags | O_NOFOLLOW, 0644));
   if (!file && errno == ELOOP && isTrustedLink(path)) file.reset(::open(path, kFlags, 0644));
+  if (file && !isTrustedFile(file, path)) file.reset();
   if (file) ::fcntl(file.get(), F_SETFL, O_APPEND);
   return file;
 }

@@ -353,7 +353,8 @@ class Planning(ImageCase):
         answer = self.analyze("plan", "--format", "json")
         self.assertEqual((answer.status, answer.json["blocked"]), (0, ["loop"]))
         text = self.analyze("plan").text
-        self.assertIn("1 wait for ever: loop\n", text)
+        self.assertEqual(text, "1 wait for ever: loop\n"
+                               "1  plugin     first\n2  milestone  m\n3  plugin     second\n")
         self.image.plugin("second-too", requires=["m"])
         self.assertEqual(re.findall(r"  \(.*\)\n", self.analyze("plan").text),
                          ["  (first of 2 that are equally good)\n"])

@@ -106,6 +106,19 @@ class FullDisk(BrokenHost):
         # What the full disk did not take stands in the syslog.
         self.assert_syslog_holds(host, boot.messages, [POLLING, SIGNALLED])
 
+    def test_a_limit_of_the_size_of_files_is_a_full_disk_too(self):
+        host = self.working_host()
+        host.write(PROFILE, "the old profile")
+        boot = host.boot(limits={"FSIZE": 100})
+        (level, text), = boot.messages[4:-1]
+        self.assertEqual(level, "warning")
+        self.assertRegex(text, "^unable to log profiling information: .*File too large\\.$")
+        self.assertEqual((boot.status, boot.stderr), (0, b""))
+        self.assertEqual(host.read(PROFILE), b"the old profile")
+        self.assert_no_temporary_file(host, PROFILE)
+        self.assert_all_ran(host)
+        self.assert_syslog_holds(host, boot.messages, [POLLING, SIGNALLED])
+
     def boot_without_record(self, host, pattern):
         boot = host.boot()
         (level, text), = boot.messages[4:-1]

@@ -4,6 +4,7 @@ import functools
 import json
 import os
 import shutil
+import stat
 import tempfile
 
 import isolation
@@ -21,6 +22,7 @@ SYSLOGD = "/usr/lib/nimbus/hvsyslog/bin/hvsyslogd"
 SYSLOGD_PID = "/var/run/nimbus/hvsyslogd.pid"
 EVTD = "/etc/init.d/evtd"
 DEBUG_CONFIGURATION = "/etc/nimbus/bootforge/debug.conf"
+GLANCE = 6000  # bytes
 FOLDERS = ("bin", "bootbank", "dev", "etc/init.d", "etc/nimbus/bootforge", "lib64", "proc", "tmp",
            "usr/lib/nimbus/hvsyslog/bin", "var/log", "var/run/nimbus/configstore")
 
@@ -75,6 +77,18 @@ class RootFolder:
                 return file.read()
         except (FileNotFoundError, NotADirectoryError):
             return None
+
+    def glance(self, path, most=GLANCE, flags=0):
+        """(status, beginning) of what may be anything, a FIFO or endless; (None, None) of nothing."""
+        try:
+            file = os.open(self.path(path), os.O_RDONLY | os.O_NONBLOCK | os.O_CLOEXEC | flags)
+        except OSError:
+            return None, None
+        try:
+            status = os.fstat(file)
+            return status, os.read(file, most) if stat.S_ISREG(status.st_mode) else b""
+        finally:
+            os.close(file)
 
     def read_lines(self, path):
         return readings.text_of(self.read(path) or b"").splitlines()

@@ -25,7 +25,7 @@ import isolation
 import keeper
 import readings
 import root_folder
-from root_folder import BOOTFORGE, EXECUTOR_LOG, PROFILE, RECORD
+from root_folder import BOOTFORGE, EXECUTOR_LOG, GLANCE, PROFILE, RECORD
 
 TIMEOUT = 20.0 * float(os.environ.get("BOOTFORGE_HOST_TIMEOUT_SCALE", "1"))
 ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/"}
@@ -143,11 +143,13 @@ class ScratchHost(root_folder.RootFolder):
         return self.finish(self.start(program, *arguments, **options))
 
     def start(self, program, *arguments, closed=(), stdout=None, extra=None, env=None, cwd="/",
-              argv0=None, dropped=(), group_leader=False):
+              argv0=None, dropped=(), group_leader=False, limits=None, groups=(), user=0):
         """Starts a program, with standard input from /dev/null and both outputs in pipes.
 
         `closed` are streams that it does not get at all, `stdout` replaces the pipe, `extra` maps
-        more descriptor numbers, `dropped` are capabilities that even root does not get.
+        more descriptor numbers, `dropped` are capabilities that even root does not get, `limits`
+        resource limits by the names of setrlimit(2), `groups` control groups by the paths that
+        their processes are written to, `user` the number of the user and the group that it runs as.
         """
         given, streams = {}, {}
         ours = [os.open("/dev/null", os.O_RDONLY)]
@@ -168,7 +170,9 @@ class ScratchHost(root_folder.RootFolder):
         request = {"id": process.number, "program": program,
                    "argv": [argv0 or program, *arguments],
                    "env": {**ENVIRONMENT, **passed_on, **(env or {})}, "cwd": cwd,
-                   "dropped": list(dropped), "group_leader": group_leader, "streams": list(given)}
+                   "dropped": list(dropped), "group_leader": group_leader,
+                   "limits": limits or {}, "groups": list(groups), "user": user,
+                   "streams": list(given)}
         socket.send_fds(self._channel, [json.dumps(request).encode()], list(given.values()))
         for fd in ours:
             os.close(fd)
@@ -289,10 +293,10 @@ class ScratchHost(root_folder.RootFolder):
         for process in self._processes.values():
             texts.append((f"$ {' '.join(process.words)} -> status {process.status}", b" "))
             texts += [("standard output", process.stdout), ("standard error", process.stderr)]
-        texts += [(path, self.read(path)) for path in (EXECUTOR_LOG, PROFILE, "/tmp/notes")]
+        texts += [(path, self.glance(path)[1]) for path in (EXECUTOR_LOG, PROFILE, "/tmp/notes")]
         if self.kernel:
             texts += [("/dev/kmsg", self.kernel.text),
                       ("/dev/log", b"\n".join(self.system_log.messages))]
-        parts = [f"--- {name}\n{readings.text_of(text[:6000]).rstrip()}"
+        parts = [f"--- {name}\n{readings.text_of(text[:GLANCE]).rstrip()}"
                  for name, text in texts if text]
         return "\n".join(parts + [f"--- {process}" for process in self.processes()])

@@ -18,9 +18,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 
+#include "platform/linux/default_signals.h"
 #include "tools/launch/call.h"
 #include "tools/launch/relay.h"
 
@@ -69,10 +69,7 @@ bool isNullDevice(int fd) {
 
 /// Whoever calls, by hand or in a boot: the script finds the same.
 void takeDefaults() {
-  for (int signal = 1; signal < NSIG; ++signal) ::signal(signal, SIG_DFL);
-  sigset_t none;
-  sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  host_linux::defaultSignals();
   constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;
   ::umask(::umask(kOthersWrite) | kOthersWrite);
 }

@@ -191,7 +191,7 @@ std::optional<ElfMemory::Pointer> ElfMemory::readPointer(std::uint64_t address) 
   if (place != relocated_.end()) return place->second;
   const auto value = read<std::uint64_t>(address);
   if (!value) return std::nullopt;
-  return Pointer{true, *value, *value != 0 && areRelocationsKnown(machine())};
+  return Pointer{true, *value, areRelocationsKnown(machine())};
 }
 
 std::optional<std::string> ElfMemory::readText(std::uint64_t address) const {

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <stdexcept>
@@ -51,10 +52,13 @@ int whyNotEmpty(const char* folder) {
   }
 }
 
-/// Removes everything below a folder, in one walk without recursion.
+/// Removes everything below a folder, in one walk without recursion. What is in it may belong to
+/// others, who may put a link in the place of a folder of theirs at any moment: names are removed
+/// from folders that were opened one by one, without following links.
 class Cleaning {
  public:
   void run(const char* folder) {
+    root_ = folder;
     char* const roots[] = {const_cast<char*>(folder), nullptr};
     // Links are not followed, and the working directory is not left: other threads have it too.
     const Walk walk(::fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, nullptr));
@@ -108,9 +112,34 @@ class Cleaning {
     // What holds something that stays cannot go, and needs no word of its own.
     if (entry.fts_number != 0) {
       entry.fts_parent->fts_number = 1;
-    } else if (::unlinkat(AT_FDCWD, entry.fts_accpath, flags) != 0 && errno != ENOENT) {
+    } else if (!unlinkBelow(entry.fts_path + root_.size() + 1, flags) && errno != ENOENT) {
       leave(entry, errno);
     }
+  }
+
+  /// Removes what has that path below the root. False and errno when that fails.
+  bool unlinkBelow(std::string_view path, int flags) {
+    const std::size_t slash = path.rfind('/');
+    const std::string_view parent = slash == path.npos ? "" : path.substr(0, slash);
+    const std::string name(path.substr(slash == path.npos ? 0 : slash + 1));
+    if (!folder_ || parent != folderPath_) {
+      folder_ = openBelow(parent);
+      folderPath_ = parent;
+    }
+    return folder_ && ::unlinkat(folder_.get(), name.c_str(), flags) == 0;
+  }
+
+  /// A folder by its path below the root, through no link; none and errno when there is none.
+  host_linux::Descriptor openBelow(std::string_view path) const {
+    constexpr int kFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    host_linux::Descriptor folder(::open(root_.c_str(), kFlags));
+    while (folder && !path.empty()) {
+      const std::size_t end = std::min(path.find('/'), path.size());
+      const std::string name(path.substr(0, end));
+      folder = host_linux::Descriptor(::openat(folder.get(), name.c_str(), kFlags));
+      path.remove_prefix(std::min(end + 1, path.size()));
+    }
+    return folder;
   }
 
   void leave(FTSENT& entry, int error) {
@@ -128,6 +157,9 @@ class Cleaning {
     Log_Level(3, "%s is left alone: it is a mount\n", entry.fts_path);
   }
 
+  std::string root_;
+  host_linux::Descriptor folder_;  // the one that was used last
+  std::string folderPath_;         // its path below the root
   dev_t device_ = 0;
   int failures_ = 0;
   std::string firstFailure_;

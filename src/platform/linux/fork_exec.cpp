@@ -8,11 +8,11 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstddef>
 #include <cstdint>
 
 #include "platform/host_kernel.h"
 #include "platform/linux/close_from.h"
+#include "platform/linux/default_signals.h"
 
 namespace {
 
@@ -44,20 +44,6 @@ bool takeIds(uid_t user, gid_t group) {
          ::syscall(SYS_setresuid, user, user, user) == 0;
 }
 
-/// By the kernel's call: the C library's refuses the two signals that it keeps for itself, which
-/// may have been inherited as ignored like any other.
-void defaultSignals() {
-  constexpr int kLastSignal = 64;
-  constexpr std::size_t kSetSize = 8;
-  const std::uint64_t defaultAction[8] = {};  // all zero, whatever the order of its members
-  for (int signal = 1; signal <= kLastSignal; ++signal) {
-    ::syscall(SYS_rt_sigaction, signal, defaultAction, nullptr, kSetSize);
-  }
-  sigset_t none;
-  sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
-}
-
 }  // namespace
 
 extern "C" int HvkSyscall_ForkExec(const char* path, char* const arguments[],
@@ -87,7 +73,7 @@ extern "C" int HvkSyscall_ForkExec(const char* path, char* const arguments[],
     if (::fchdir(workingDirectory) == 0 &&
         placeDescriptors(descriptors, parameters->descriptorCount, &report) &&
         takeIds(parameters->user, parameters->group)) {
-      defaultSignals();
+      host_linux::defaultSignals();
       ::execve(path, arguments, environment);
     }
     const int failure = errno;

@@ -18,7 +18,7 @@ protocol: src/cli/hypcli_executor_client.cpp HypcliExecutor::start 4581d25f94a7e
 protocol: src/cli/hypcli_executor_client.cpp HypcliExecutor::connectWithRestarts 68fa7d7dfab421e6
 protocol: src/cli/hypcli_executor_server.cpp removeStaleSocket 384bfa7955d53e56
 protocol: src/cli/hypcli_executor_server.cpp bindForOwner 9c93d983197b609d
-protocol: src/cli/hypcli_executor_server.cpp HypcliExecutor::runChild b69ccd6222bd2dd5
+protocol: src/cli/hypcli_executor_server.cpp HypcliExecutor::runChild e13e99beff46e3e1
 protocol: src/cli/hypcli_executor_server.cpp HypcliExecutor::serve a02cc1aee4d901a0
 protocol: src/cli/hypcli_executor_server.cpp HypcliExecutor::openControlSocket 0fa5b64c8f5a08b7
 protocol: src/util/standard_streams.cpp closeOtherDescriptors 7abc2951a71b07df

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -184,7 +185,28 @@ TEST_F(Server, AFailingAcceptIsLoggedAndTheConnectionServedAfterAll) {
             logLine(3, "Error accepting connection on contol socket - Too many open files\n\n"));
 }
 
-// Out of descriptors it fails again and again: the log must not grow as fast as the disk takes it.
+// They would wait for an answer for ever.
+TEST_F(Server, OutOfDescriptorsEveryClientIsServedAllTheSame) {
+  const doubles::Record outOfThem =
+      logLine(3, "Error accepting connection on contol socket - Too many open files\n\n");
+  const pid_t executor = startExecutor().number();
+  // The limit that is just too small for one more.
+  for (rlim_t limit = 64; logRecords().back() != outOfThem; --limit) {
+    ASSERT_GT(limit, 3U);
+    const rlimit most{limit, limit};
+    ASSERT_EQ(::prlimit(executor, RLIMIT_NOFILE, &most, nullptr), 0);
+    ASSERT_EQ(statusOf("a"), 0);
+  }
+  const std::size_t before = logRecords().size();
+  EXPECT_EQ(statusOf("b"), 0);
+  EXPECT_EQ(statusOf("c"), 0);
+  EXPECT_EQ(logRecords().size(), before + 2);
+  EXPECT_EQ(executed().back(), "c");
+  HypcliExecutor::instance().stop();
+  EXPECT_TRUE(executors().back().waitForEnd());
+}
+
+// Out of memory it fails again and again: the log must not grow as fast as the disk takes it.
 TEST_F(Server, AFailingAcceptIsRepeatedTenTimesASecondAtMost) {
   startExecutor();
   constexpr int kFailures = 5;

@@ -1,13 +1,13 @@
 #include "tests/unit/graph/condition_calls.h"
 
-#include <pthread.h>
-
 #include <atomic>
 
 namespace {
 
 std::atomic<int> broadcasts = 0;
 std::atomic<int> signals = 0;
+std::atomic<int> waits = 0;
+std::atomic<pthread_cond_t*> lastWaitedFor = nullptr;
 
 }  // namespace
 
@@ -15,6 +15,8 @@ namespace bootforge::test {
 
 int broadcastCount() { return broadcasts; }
 int signalCount() { return signals; }
+int waitCount() { return waits; }
+pthread_cond_t* lastCondition() { return lastWaitedFor; }
 
 }  // namespace bootforge::test
 
@@ -33,4 +35,17 @@ int __wrap_pthread_cond_signal(pthread_cond_t* condition) {
   return __real_pthread_cond_signal(condition);
 }
 
+int __real_pthread_cond_wait(pthread_cond_t*, pthread_mutex_t*);
+int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
+  lastWaitedFor = condition;
+  ++waits;
+  return __real_pthread_cond_wait(condition, mutex);
+}
+
 }  // extern "C"
+
+namespace bootforge::test {
+
+void wakeForNoReason(pthread_cond_t* condition) { __real_pthread_cond_broadcast(condition); }
+
+}  // namespace bootforge::test

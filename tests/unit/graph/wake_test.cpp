@@ -2,6 +2,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <future>
+#include <thread>
+
 #include "graph/graph.h"
 #include "tests/unit/graph/condition_calls.h"
 #include "tests/unit/graph/graph_builder.h"
@@ -40,6 +44,35 @@ TEST(Wake, IsGivenToTheOnlyWorkerOnceAtMostForAWholeGraph) {
   Graph(graph.nodes()).runForward(executor);
   EXPECT_LE(signalCount(), before + 1);
   EXPECT_EQ(graph.journal().names().size(), 11U);
+}
+
+/// Waits until as many have gone to sleep, all told.
+bool waitsReach(int count) {
+  for (int round = 0; round < 10'000 && waitCount() < count; ++round) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  // Who counts itself in sleeps as soon as it has given the lock back.
+  const ScopedLock lock(graphLock);
+  return waitCount() >= count;
+}
+
+TEST(Wake, WithoutAReasonLeavesTheWorkersReadyForMore) {
+  constexpr int kWorkers = 2;
+  const int before = waitCount();
+  Executor executor(kWorkers, false);
+  ASSERT_TRUE(waitsReach(before + kWorkers));
+  pthread_cond_t* const bed = lastCondition();
+  for (int round = 0; round < 3; ++round) {
+    DrawnGraph graph("a>b>c d>e");
+    const auto run = std::async(std::launch::async,
+                                [&graph, &executor] { Graph(graph.nodes()).runForward(executor); });
+    const bool isDone = run.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+    EXPECT_TRUE(isDone) << "nobody looks for what is ready, round " << round;
+    const int asleep = waitCount();
+    wakeForNoReason(bed);
+    ASSERT_TRUE(waitsReach(asleep + 1));
+    if (!isDone) break;
+  }
 }
 
 TEST(ConditionDeathTest, RefusesToWaitWithTheLockHeldTwice) {

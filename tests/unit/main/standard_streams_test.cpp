@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "tests/unit/main/program.h"
+#include "util/unique_fd.h"
 
 namespace bootforge::test {
 namespace {
@@ -151,6 +152,35 @@ TEST_F(StandardStreams, ALinkWhereOthersMayWriteIsNotFollowed) {
     doubles::reset();
     ::unlink(kFile);
   }
+}
+
+TEST_F(StandardStreams, AFileWithAnotherNameWhereOthersMayWriteIsNotWrittenTo) {
+  writeFile("/etc/precious", "precious\n", 0600);
+  ASSERT_EQ(::link("/etc/precious", kFile), 0);
+  ASSERT_EQ(::chmod("/var/log", 0777), 0);
+  EXPECT_EQ(redirected().out, "out\n");
+  EXPECT_EQ(readFile("/etc/precious"), "precious\n");
+  EXPECT_THAT(doubles::records(), ElementsAre(kNotOpened));
+  ASSERT_EQ(::chmod("/var/log", 0755), 0);
+  redirected();
+  EXPECT_EQ(readFile("/etc/precious"), "precious\nout\nerr\n");
+}
+
+TEST_F(StandardStreams, AFifoWhereOthersMayWriteIsNotWrittenToThoughSomebodyReads) {
+  ASSERT_EQ(::mkfifo(kFile, 0666), 0);
+  const UniqueFd reader(::open(kFile, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  ASSERT_TRUE(reader);
+  ASSERT_EQ(::chmod("/var/log", 01777), 0);
+  EXPECT_EQ(redirected().out, "out\n");
+  EXPECT_THAT(doubles::records(), ElementsAre(kNotOpened));
+}
+
+TEST_F(StandardStreams, APlainFileWhereOthersMayWriteIsWrittenTo) {
+  writeFile(kFile, "old\n");
+  ASSERT_EQ(::chmod("/var/log", 0777), 0);
+  redirected();
+  EXPECT_EQ(readFile(kFile), "old\nout\nerr\n");
+  EXPECT_THAT(doubles::records(), IsEmpty());
 }
 
 constexpr uid_t kSomebody = 54321;

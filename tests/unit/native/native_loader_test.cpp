@@ -77,7 +77,7 @@ TEST_P(WildPointer, IsAFaultAndNoCrash) {
 
 INSTANTIATE_TEST_SUITE_P(NativeLoader, WildPointer,
                          testing::Values("wild_array", "wild_name", "wild_version", "wild_flags",
-                                         "wild_symbol"));
+                                         "wild_symbol", "wild_far", "wild_operations"));
 
 class GoodRecord : public testing::TestWithParam<std::string> {};
 

@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <spawn.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
 
@@ -167,7 +168,13 @@ int __wrap_posix_spawn_file_actions_destroy(posix_spawn_file_actions_t* actions)
 }
 
 int __wrap_unlinkat(int directory, const char* path, int flags) {
-  if (!removals.path.empty() && std::string_view(path).starts_with(removals.path)) {
+  const std::size_t slash = removals.path.rfind('/');
+  struct stat given {};
+  struct stat folder {};
+  if (!removals.path.empty() && fstat(directory, &given) == 0 &&
+      stat(removals.path.substr(0, slash).c_str(), &folder) == 0 && given.st_ino == folder.st_ino &&
+      given.st_dev == folder.st_dev &&
+      std::string_view(path).starts_with(removals.path.substr(slash + 1))) {
     errno = removals.error;
     return -1;
   }

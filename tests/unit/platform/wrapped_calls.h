@@ -45,7 +45,7 @@ int unblockedAtFchdir();
 
 /// What unlinkat(2) does in this process.
 struct RemovalBehaviour {
-  std::string path;  // removals of paths that begin so fail; empty = none
+  std::string path;  // removals from that folder, of names that begin so, fail; empty = none
   int error = 0;     // ... with this errno
 };
 extern RemovalBehaviour removals;

@@ -155,6 +155,9 @@ TEST(EditDistance, CountsLettersAndSwapsUpToALimit) {
   EXPECT_EQ(editDistance("", "", 3), 0U);
   EXPECT_EQ(editDistance("abc", "abc", 3), 0U);
   EXPECT_EQ(editDistance("abc", "acb", 3), 1U);
+  EXPECT_EQ(editDistance("ab", "ba", 3), 1U);
+  EXPECT_EQ(editDistance("xab", "ba", 3), 2U);
+  EXPECT_EQ(editDistance("ab", "xba", 3), 2U);
   EXPECT_EQ(editDistance("abc", "ab", 3), 1U);
   EXPECT_EQ(editDistance("kitten", "sitting", 9), 3U);
   EXPECT_EQ(editDistance("abc", "xyz", 2), 3U);

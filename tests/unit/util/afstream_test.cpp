@@ -274,6 +274,16 @@ TEST_F(AtomicFileStream, ThePermissionBitsOfAnothersFileBehindOurLinkAreNotTaken
   EXPECT_EQ(modeOf(kFile), mode_t{0600});
 }
 
+TEST_F(AtomicFileStream, ThePermissionBitsOfADeviceBehindOurLinkAreNotTakenOver) {
+  ASSERT_EQ(::mkfifo("/etc/open", 0600), 0);
+  ASSERT_EQ(::chmod("/etc/open", 0666), 0);
+  ASSERT_EQ(::symlink("/etc/open", kFile), 0);
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  file.commit();
+  EXPECT_EQ(modeOf(kFile), mode_t{0600});
+}
+
 TEST_F(AtomicFileStream, ALinkOfOursIsReplacedByAFileWithTheModeOfItsTarget) {
   writeFile("/etc/target", "untouched", 0640);
   ASSERT_EQ(::symlink("/etc/target", kFile), 0);
@@ -693,6 +703,48 @@ TEST_F(CopyFileInto, AFolderIsNoSource) {
   file.open(kFile, std::ios_base::trunc);
   EXPECT_EQ(failureOf([&] { copyFileInto(kFolder, file); }, EISDIR),
             "failed to write to temp file: Is a directory");
+}
+
+TEST_F(CopyFileInto, WhereOthersMayWriteOnlyAFileOfOursWithoutAnotherNameIsCopied) {
+  constexpr const char* kSource = "/scratch/source";
+  constexpr const char* kRefusal = "failed to write to temp file: Operation not permitted";
+  ASSERT_EQ(::chmod(kFolder, 0777), 0);
+  writeFile("/etc/secret", "secret", 0600);
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  ASSERT_EQ(::symlink("/etc/secret", kSource), 0);
+  EXPECT_EQ(failureOf([&] { copyFileInto(kSource, file); }, EPERM), kRefusal);
+  ::unlink(kSource);
+  ASSERT_EQ(::link("/etc/secret", kSource), 0);
+  EXPECT_EQ(failureOf([&] { copyFileInto(kSource, file); }, EPERM), kRefusal);
+  ::unlink(kSource);
+  writeFile(kSource, "ours");
+  copyFileInto(kSource, file);
+  if (giveAway(kSource)) {
+    EXPECT_EQ(failureOf([&] { copyFileInto(kSource, file); }, EPERM), kRefusal);
+  }
+  file.commit();
+  EXPECT_EQ(readFile(kFile), "ours");
+}
+
+TEST_F(CopyFileInto, WhereOnlyWeMayWriteALinkIsFollowed) {
+  writeFile("/etc/elsewhere", "elsewhere");
+  ASSERT_EQ(::symlink("/etc/elsewhere", "/scratch/source"), 0);
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  copyFileInto("/scratch/source", file);
+  file.commit();
+  EXPECT_EQ(readFile(kFile), "elsewhere");
+}
+
+TEST_F(CopyFileInto, WhatWasCopiedCanBeReadByNobodyWhoCouldNotReadTheSource) {
+  writeFile("/scratch/source", "secret", 0600);
+  afstream file;
+  file.open(kFile, std::ios_base::trunc);
+  copyFileInto("/scratch/source", file);
+  writeFile(kFile, "by now another one", 0644);
+  file.commit();
+  EXPECT_EQ(modeOf(kFile), mode_t{0600});
 }
 
 TEST_F(CopyFileInto, AFailingReadFailsTheStream) {

@@ -2,11 +2,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <string>
 
 #include "tests/double/faults.h"
@@ -74,6 +76,15 @@ TEST_F(Shell, HasTheDefaultOfEverySignalAndNoneBlocked) {
 TEST_F(Shell, ThatListShowsWhatIsIgnored) {
   EXPECT_EQ(runShell(std::string("trap '' 10 13; { ") + kListDeafness + "; } > /tmp/deaf"), 0);
   EXPECT_EQ(readFile("/tmp/deaf"), "10 13 ");
+}
+
+TEST_F(Shell, HasNoDescriptorsButItsStreams) {
+  inChild([] {
+    ASSERT_EQ(::dup2(STDERR_FILENO, 50), 50);  // open across an execution, as whoever left it there
+    EXPECT_NE(runShell("true 2> /dev/null >&50"), 0);
+    EXPECT_EQ(readAll(ShellOutput("{ true >&50; } 2> /dev/null || echo closed").pipe()),
+              "closed\n");
+  });
 }
 
 TEST_F(Shell, IsWaitedForThroughInterruptions) {
@@ -151,7 +162,14 @@ TEST_F(ShellOutputTest, ComesThroughAMissingStandardOutput) {
 TEST(ResetSignals, GivesEverySignalItsDefaultAndBlocksNone) {
   inChild([] {
     blockAndIgnore();
+    // One that the C library keeps for itself, by the kernel's call; the action begins with
+    // SIG_IGN.
+    constexpr int kReserved = 32;
+    std::uint64_t reserved[8] = {1};
+    ASSERT_EQ(::syscall(SYS_rt_sigaction, kReserved, reserved, nullptr, 8), 0);
     resetSignals();
+    ASSERT_EQ(::syscall(SYS_rt_sigaction, kReserved, nullptr, reserved, 8), 0);
+    EXPECT_EQ(reserved[0], 0U);
     sigset_t mask;
     ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
     for (int signal = 1; signal < NSIG; ++signal) {

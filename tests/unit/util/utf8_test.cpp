@@ -77,6 +77,8 @@ TEST(Utf8, WidthIsThatOfATerminal) {
   EXPECT_EQ(displayWidth("日本"), 4U);
   EXPECT_EQ(displayWidth("\xF0\x9F\x9A\x80"), 2U);
   EXPECT_EQ(displayWidth("\xFF"), 1U);
+  EXPECT_EQ(displayWidth("\u02FF\u0300\u036F\u0370"), 2U) << "the bounds of a block of marks";
+  EXPECT_EQ(displayWidth("\u10FF\u1100\u115F\u1160"), 6U) << "the bounds of a block of wide ones";
 }
 
 }  // namespace
