@@ -16,7 +16,7 @@ install(CODE "
       \"Configure with -DCMAKE_INSTALL_PREFIX, or install with DESTDIR.\")
   endif()" ALL_COMPONENTS)
 
-install(TARGETS bootforge RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+install(TARGETS bootforge bootforge-adopt RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 install(TARGETS hypcli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS nativeExecutor launch chkconfig RUNTIME DESTINATION ${helper_destination})
 foreach(folder ${plugin_destination} ${command_destination} ${command_destination}/int

@@ -35,6 +35,11 @@ NO_MESSAGES = [
     (r"hypcli/help\.cpp", r"Usage: hypcli \[.*|  \(missing\)"),
     (r"hypcli/main\.cpp", r"hypcli [\d.]*|--help' for more information\."),
     (r"chkconfig/main\.cpp", r"usage: .*Exit status: .*"),
+    (r"adopt/draft_tree\.cpp", r"diff --git |(new|old|deleted) (file )?mode |\n(similarity|copy) .*| is \w+\n"),
+    (r"adopt/lines\.cpp", r"\n\\ No newline at end of file\n"),   # a patch, too
+    (r"adopt/inittab\.cpp", r"# .*|in the place of |before rc |the init scripts \w+\n| --daemon=wait .*"),
+    (r"adopt/(record|unit)\.cpp", r'\{"version.*|.*"steps": .*|, "init.*|# Made .*| --run-once=.*'),
+    (r"adopt/main\.cpp", r"(The host's root|Change nothing|Lets the|Let the|Put every|Also put|Tell what).*"),
 ]
 
 # The statements of bootforge-analyze that make errors and remarks. Everything else that it writes

@@ -218,5 +218,43 @@ class Examples(DocumentsCase):
         self.check_native_plugin(the_one_with("puts(", shown), the_one_with("cc -shared", shown).strip())
 
 
+class Adoption(DocumentsCase):
+    """The examples of bootforge-adopt(8), in their order, on a host of busybox's init."""
+
+    INITTAB = "::sysinit:/etc/init.d/rcS\n::shutdown:/bin/umount -a -r\n"
+
+    def test_each_example_of_the_page_does_what_it_says(self):
+        look_and_adopt, after_scripts, back, rescue = shown_by_page("docs/bootforge-adopt.8")
+        host = self.host()
+        os.makedirs(host.path("/sbin"), exist_ok=True)
+        os.symlink("/bin/busybox", host.path("/sbin/init"))
+        host.write("/etc/inittab", self.INITTAB)
+        host.write("/etc/init.d/cron", "#!/bin/sh\n# chkconfig: 2345 10 10\n", 0o755)
+        told = self.shell(host, look_and_adopt)
+        self.assertIn("\n+::sysinit:/usr/sbin/bootforge --daemon=wait --method=start", told)
+        self.assertTrue(told.endswith("/init.d: 1 launcher in place\n"), told)
+        host.write("/etc/init.d/web", "#!/bin/sh\n# chkconfig: 2345 20 10\n", 0o755)
+        self.assertIn("made 1 launcher in ", self.shell(host, after_scripts))
+        self.assertIn("2 launchers in place", self.shell(host, after_scripts))
+        self.assertEqual(self.shell(host, "bootforge --daemon=wait --method=start | "
+                                    "grep -c 'started\\.$'"), "2\n")
+        self.shell(host, back)
+        self.assertEqual(host.read("/etc/inittab").decode(), self.INITTAB)
+        self.assertEqual(sorted(host.listing("/usr/lib/nimbus/bootforge")),
+                         ["chkconfig", "launch", "nativeExecutor"])
+        self.shell(host, look_and_adopt)
+        self.shell(host, rescue)
+        self.assertEqual(host.read("/etc/inittab").decode(), self.INITTAB)
+        self.shell(host, back)
+        self.assertFalse(host.exists("/bin/chkconfig"))
+
+    def test_the_commands_of_the_guide_are_those_of_the_page(self):
+        guide = document("docs/adopt.md")
+        for block in shown_by_page("docs/bootforge-adopt.8"):
+            for line in block.splitlines():
+                if "||" not in line:
+                    self.assertIn(f"    {line}\n", guide)
+
+
 if __name__ == "__main__":
     host_case.main()

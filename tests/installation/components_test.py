@@ -16,8 +16,9 @@ import unittest
 PROJECT = os.path.realpath(os.path.join(os.path.dirname(__file__), "../.."))
 COMPONENTS = ("runtime", "analyze", "development", "documents")
 # What each has at least, and where all that it has stands.
-PROGRAMS = {"usr/sbin/bootforge", "usr/bin/hypcli", "usr/lib/nimbus/bootforge/nativeExecutor",
-            "usr/lib/nimbus/bootforge/launch", "usr/lib/nimbus/bootforge/chkconfig"}
+PROGRAMS = {"usr/sbin/bootforge", "usr/sbin/bootforge-adopt", "usr/bin/hypcli",
+            "usr/lib/nimbus/bootforge/nativeExecutor", "usr/lib/nimbus/bootforge/launch",
+            "usr/lib/nimbus/bootforge/chkconfig"}
 FOLDERS = ("usr/libexec/bootforge/plugins", "usr/lib/nimbus/hypcli", "usr/lib/nimbus/hypcli/int",
            "usr/lib/nimbus/hypcli/int/ext", "usr/lib/nimbus/hypcli/ext")
 DOCUMENTS = "usr/share/doc/bootforge/"
@@ -81,7 +82,8 @@ class Components(unittest.TestCase):
         self.assertLessEqual(PROGRAMS, have)
         for folder in FOLDERS:
             self.assertIn(folder + "/", have)
-        for page in ("bootforge.8", "launch.8", "chkconfig.8", "nativeExecutor.8"):
+        for page in ("bootforge.8", "bootforge-adopt.8", "launch.8", "chkconfig.8",
+                     "nativeExecutor.8"):
             self.assertIn(f"usr/share/man/man8/{page}", have)
         self.assertFalse([path for path in have if path.startswith((DOCUMENTS, "usr/include"))])
 

@@ -44,7 +44,7 @@ def make_initramfs(folder, kernel, build, busybox, cmake):
     for name in SAMPLES:
         add(f"{PROJECT}/examples/host/{name}", f"{root}/{name}")
     add(f"{HERE}/guest", root)
-    os.symlink("../usr/lib/nimbus/bootforge/chkconfig", f"{root}/bin/chkconfig")
+    subprocess.run([f"{root}/usr/sbin/bootforge-adopt", "enable", f"--root={root}"], check=True)
     add_modules(root, kernel)
     return pack(folder, root, busybox)
 
