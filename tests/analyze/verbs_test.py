@@ -398,6 +398,10 @@ class Planning(ImageCase):
         self.assertEqual(answer["waits_for"], [{"milestone": "m", "plugins": ["first"]},
                                                {"milestone": "n", "plugins": []}])
         self.assertEqual(answer["waited_for_by"], [{"milestone": "z", "plugins": ["last"]}])
+        self.assertEqual(self.analyze("why", "twice").text,
+                         "twice runs\n"
+                         "waits for\n  m: first\n  n: (nobody provides it)\n"
+                         "is waited for by\n  z: last\n")
         answer = self.analyze("why", "last", "--format", "json").json
         self.assertEqual(answer["waits_for"], [{"milestone": "z", "plugins": ["twice"]}])
         self.assertEqual(self.analyze("why", "z", "--format", "json").json["waits_for"],

@@ -103,6 +103,27 @@ TEST(Plot, EscapesWhatMeansSomethingInXml) {
   EXPECT_THAT(plot(timeline).output, HasSubstr("a&gt;b&amp;c&lt;d&quot;</text>"));
 }
 
+/// How many moments the axis of a boot of so many microseconds has.
+std::size_t momentsOnTheAxis(std::int64_t length) {
+  const std::string picture = plot(makeTimeline(boot({ran("a", 0, length)}), {}, nullptr)).output;
+  constexpr std::string_view kMoment = "<line class=\"grid\"";
+  std::size_t count = 0;
+  for (std::size_t at = picture.find(kMoment); at != std::string::npos;
+       at = picture.find(kMoment, at + 1)) {
+    ++count;
+  }
+  return count;
+}
+
+TEST(Plot, HasAboutTenMomentsOnItsAxis) {
+  EXPECT_EQ(momentsOnTheAxis(1), 2U);
+  EXPECT_EQ(momentsOnTheAxis(10), 11U);
+  EXPECT_EQ(momentsOnTheAxis(12), 7U) << "a step of two";
+  EXPECT_EQ(momentsOnTheAxis(40), 9U) << "a step of five";
+  EXPECT_EQ(momentsOnTheAxis(100), 11U);
+  EXPECT_EQ(momentsOnTheAxis(1'000'000), 11U);
+}
+
 TEST(Plot, HasTheFirstLineOfTheSummaryAsItsTitle) {
   const std::string summary = bootSummary(sample(), {});
   const std::string title = summary.substr(0, summary.find('\n'));

@@ -168,6 +168,19 @@ TEST(ProfilingLogReader, NamesMayHoldAnything) {
                           "section 0 ends early: its last lines are missing"));
 }
 
+TEST(ProfilingLogReader, ClosingLinesAreReadInTheirPlaceOnly) {
+  const std::string head = "HVKernel Initialization Time: 1\n";
+  const ProfilingLog noise =
+      readProfilingLog(head + "=== Bootforge configuration info ===\n Verbose: 0\nnoise\n");
+  EXPECT_FALSE(noise.sections.at(0).closed);
+  EXPECT_THAT(noise.notes, ElementsAre("section 0 ends early: its last lines are missing",
+                                       "line 4 cannot be read and was left out"));
+  const ProfilingLog early = readProfilingLog(head + " Random Seed: 1\n Verbose: 0\n");
+  EXPECT_FALSE(early.sections.at(0).closed);
+  EXPECT_THAT(early.notes, ElementsAre("section 0 ends early: its last lines are missing",
+                                       "2 lines cannot be read and were left out: 2, 3"));
+}
+
 TEST(ProfilingLogReader, CompressedLogIsRead) {
   PlainText text = plainText(gzipped(kBoot) + gzipped(kDaemons));
   EXPECT_EQ(text.text, std::string(kBoot) + kDaemons);

@@ -145,6 +145,7 @@ TEST(NearestNames, NearestFirstEqualsByNameAtMostThree) {
 TEST(NearestNames, CaseAndSeparatorsCountForNothing) {
   EXPECT_THAT(nearestNames("NETWORK_UP", {"network-up"}), ElementsAre("network-up"));
   EXPECT_THAT(nearestNames("host set", {"host-set", "host set"}), ElementsAre("host-set"));
+  EXPECT_THAT(nearestNames("host set", {"host set", "host-set"}), ElementsAre("host-set"));
 }
 
 TEST(NearestNames, OneNameIsSaidOnce) {
