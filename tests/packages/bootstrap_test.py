@@ -85,5 +85,5 @@ class Bootstrap(unittest.TestCase):
 
 if __name__ == "__main__":
     LOWER = sys.argv.pop()
-    debian_root.need_root()
+    debian_root.need_root(LOWER)
     unittest.main()

@@ -36,7 +36,9 @@ def skip(reason):
     sys.exit(SKIPPED)
 
 
-def need_root():
+def need_root(lower):
+    if not os.path.isdir(f"{lower}/usr"):
+        skip(f"there is no Debian root in {lower}")
     if os.geteuid() != 0:
         skip("a Debian root is entered by root only")
     try:

@@ -130,5 +130,5 @@ class Life(unittest.TestCase):
 
 if __name__ == "__main__":
     OLD, NEW, LOWER = sys.argv.pop(), sys.argv.pop(), sys.argv.pop()
-    debian_root.need_root()
+    debian_root.need_root(LOWER)
     unittest.main()

@@ -62,5 +62,5 @@ class FiveMinutes(unittest.TestCase):
 
 if __name__ == "__main__":
     PACKAGES, LOWER = sys.argv.pop(), sys.argv.pop()
-    debian_root.need_root()
+    debian_root.need_root(LOWER)
     unittest.main()
