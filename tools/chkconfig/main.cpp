@@ -41,7 +41,8 @@ constexpr const char* kHelp =
     "or\n"
     "                      else the number of its S link in /etc/rc3.d or /etc/rc2.d\n"
     "  --add-launchers     make a link to the launcher, launch(8), for each of them, in\n"
-    "                      " BOOTFORGE_HELPER_DIR "/init.d; from then on -p lists these\n"
+    "                      " BOOTFORGE_HELPER_DIR
+    "/init.d; from then on -p lists these\n"
     "  --remove-launchers  remove these links\n"
     "  --help, -h          this text\n"
     "\n"
