@@ -98,11 +98,11 @@ class RecordReader {
 
   std::string textAt(std::uint64_t address) {
     std::optional<std::string> text = memory_.readText(address);
-    if (!text || text->size() >= budget_) {
+    if (!text || text->size() + sizeof *text > budget_) {
       isWild_ = true;
       return {};
     }
-    budget_ -= text->size() + 1;
+    budget_ -= text->size() + sizeof *text;
     return *std::move(text);
   }
 
@@ -122,7 +122,7 @@ class RecordReader {
   const ElfMemory& memory_;
   NativeObject& object_;
   bool isWild_ = false;
-  // A small file may name one large text a million times.
+  // A small file may name one text a million times.
   std::size_t budget_ = 16U << 20;
 };
 
@@ -136,6 +136,9 @@ NeededLibraries neededLibrariesOf(const ElfMemory& memory) {
     std::vector<std::string> folders;
     boost::algorithm::split(folders, path, boost::algorithm::is_any_of(":"));
     libraries.folders.insert(libraries.folders.end(), folders.begin(), folders.end());
+  }
+  if (libraries.folders.size() > ElfMemory::kMostStrings) {
+    throw std::invalid_argument("too many libraries or folders");
   }
   return libraries;
 }
