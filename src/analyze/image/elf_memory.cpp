@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <boost/algorithm/string/split.hpp>
 #include <cstring>
 #include <iterator>
 #include <stdexcept>
@@ -40,6 +41,7 @@ bool areRelocationsKnown(std::uint16_t machine) {
 
 constexpr std::int64_t kPackedRelocations = 36;  // DT_RELR, which older headers do not have
 constexpr std::int64_t kPackedRelocationsSize = 35;
+constexpr std::size_t kMostStrings = 1000;
 constexpr std::size_t kLongestStrings = 64U << 10;
 
 }  // namespace
@@ -217,17 +219,19 @@ std::optional<std::string> ElfMemory::readText(std::uint64_t address) const {
   return std::nullopt;
 }
 
-std::vector<std::string> ElfMemory::dynamicStrings(std::int64_t tag) const {
+std::vector<std::string> ElfMemory::dynamicStrings(std::int64_t tag, char separator) const {
   std::vector<std::string> strings;
   std::size_t length = 0;
   const std::uint64_t table = dynamic(DT_STRTAB).value_or(0);
   for (const GElf_Dyn& entry : dynamic_) {
     if (entry.d_tag != tag) continue;
-    auto text = readText(table + entry.d_un.d_val);
+    const auto text = readText(table + entry.d_un.d_val);
     if (!text) continue;
     length += text->size();
-    strings.push_back(*std::move(text));
     if (length > kLongestStrings) fail("the names of its libraries and folders are too long");
+    std::vector<std::string> parts;
+    boost::algorithm::split(parts, *text, [separator](char each) { return each == separator; });
+    std::move(parts.begin(), parts.end(), std::back_inserter(strings));
     if (strings.size() > kMostStrings) fail("too many libraries or folders");
   }
   return strings;

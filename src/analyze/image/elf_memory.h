@@ -33,8 +33,6 @@ class ElfMemory {
     bool isAbsolute = false;  // no relocation made it point into the object
   };
 
-  static constexpr std::size_t kMostStrings = 1000;
-
   explicit ElfMemory(std::string_view file);
 
   std::uint16_t machine() const { return header_.e_machine; }
@@ -43,9 +41,9 @@ class ElfMemory {
   std::optional<unsigned char> readByte(std::uint64_t address) const;
   std::optional<Pointer> readPointer(std::uint64_t address) const;
   std::optional<std::string> readText(std::uint64_t address) const;
-  /// The strings of the dynamic entries with that tag, in their order. Throws as the constructor
-  /// does when there are more than kMostStrings, or 64 KiB of them.
-  std::vector<std::string> dynamicStrings(std::int64_t tag) const;
+  /// The strings of the dynamic entries with that tag, in their order, split where the separator
+  /// stands. Throws as the constructor does when there are more than a thousand, or 64 KiB of them.
+  std::vector<std::string> dynamicStrings(std::int64_t tag, char separator = '\0') const;
 
  private:
   struct EndElf {

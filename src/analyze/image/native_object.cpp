@@ -2,8 +2,6 @@
 
 #include <elf.h>
 
-#include <boost/algorithm/string/classification.hpp>
-#include <boost/algorithm/string/split.hpp>
 #include <cstddef>
 #include <stdexcept>
 
@@ -129,17 +127,9 @@ class RecordReader {
 NeededLibraries neededLibrariesOf(const ElfMemory& memory) {
   NeededLibraries libraries;
   libraries.names = memory.dynamicStrings(DT_NEEDED);
-  std::vector<std::string> paths = memory.dynamicStrings(DT_RUNPATH);
-  libraries.arePassedOn = paths.empty();
-  if (paths.empty()) paths = memory.dynamicStrings(DT_RPATH);
-  for (const std::string& path : paths) {
-    std::vector<std::string> folders;
-    boost::algorithm::split(folders, path, boost::algorithm::is_any_of(":"));
-    libraries.folders.insert(libraries.folders.end(), folders.begin(), folders.end());
-  }
-  if (libraries.folders.size() > ElfMemory::kMostStrings) {
-    throw std::invalid_argument("too many libraries or folders");
-  }
+  libraries.folders = memory.dynamicStrings(DT_RUNPATH, ':');
+  libraries.arePassedOn = libraries.folders.empty();
+  if (libraries.arePassedOn) libraries.folders = memory.dynamicStrings(DT_RPATH, ':');
   return libraries;
 }
 
