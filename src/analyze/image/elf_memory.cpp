@@ -116,10 +116,9 @@ void ElfMemory::readRelocations(std::uint64_t address, std::uint64_t size) {
     const Effect effect = effectOf(machine(), GELF_R_TYPE(*info));
     if (effect == Effect::Relative) relocated_[*offset] = {true, *addend};
     if (effect != Effect::Symbol) continue;
-    GElf_Sym symbol{};
-    const bool isRead = readSymbol(GELF_R_SYM(*info), &symbol);
-    if (isRead && symbol.st_shndx != SHN_UNDEF) {
-      relocated_[*offset] = {true, symbol.st_value + *addend, symbol.st_shndx == SHN_ABS};
+    const std::optional<GElf_Sym> symbol = readSymbol(GELF_R_SYM(*info));
+    if (symbol && symbol->st_shndx != SHN_UNDEF) {
+      relocated_[*offset] = {true, symbol->st_value + *addend, symbol->st_shndx == SHN_ABS};
     } else {
       relocated_[*offset] = {false, 0};
     }
@@ -264,19 +263,15 @@ std::uint64_t ElfMemory::symbolCount() const {
   return 0;
 }
 
-bool ElfMemory::readSymbol(std::uint64_t index, GElf_Sym* symbol) const {
+std::optional<GElf_Sym> ElfMemory::readSymbol(std::uint64_t index) const {
   const std::uint64_t table = dynamic(DT_SYMTAB).value_or(0);
   const std::uint64_t at = table + index * sizeof(Elf64_Sym);
   const auto name = read<std::uint32_t>(at);
   const auto section = read<std::uint16_t>(at + 6);
   const auto value = read<std::uint64_t>(at + 8);
   const auto size = read<std::uint64_t>(at + 16);
-  if (!name || !section || !value || !size) return false;
-  symbol->st_name = *name;
-  symbol->st_shndx = *section;
-  symbol->st_value = *value;
-  symbol->st_size = *size;
-  return true;
+  if (!name || !section || !value || !size) return std::nullopt;
+  return GElf_Sym{*name, 0, 0, *section, *value, *size};
 }
 
 std::optional<ElfMemory::Symbol> ElfMemory::findSymbol(std::string_view name) const {
@@ -284,14 +279,14 @@ std::optional<ElfMemory::Symbol> ElfMemory::findSymbol(std::string_view name) co
   // A table that claims more than the file could hold ends where reading ends.
   const std::uint64_t count = std::min(symbolCount(), mostSymbols());
   for (std::uint64_t i = 1; i < count; ++i) {
-    GElf_Sym symbol{};
-    if (!readSymbol(i, &symbol)) return std::nullopt;
-    if (symbol.st_shndx == SHN_UNDEF) continue;
-    const std::string_view text = bytesAt(names + symbol.st_name);
+    const std::optional<GElf_Sym> symbol = readSymbol(i);
+    if (!symbol) return std::nullopt;
+    if (symbol->st_shndx == SHN_UNDEF) continue;
+    const std::string_view text = bytesAt(names + symbol->st_name);
     if (!text.starts_with(name) || text.size() <= name.size() || text[name.size()] != '\0')
       continue;
-    if (symbol.st_value == 0) return std::nullopt;
-    return Symbol{symbol.st_value, symbol.st_size, symbol.st_shndx == SHN_ABS};
+    if (symbol->st_value == 0) return std::nullopt;
+    return Symbol{symbol->st_value, symbol->st_size, symbol->st_shndx == SHN_ABS};
   }
   return std::nullopt;
 }

@@ -62,7 +62,7 @@ class ElfMemory {
   void readPackedRelocations(std::uint64_t address, std::uint64_t size);
   std::uint64_t symbolCount() const;
   std::uint64_t mostSymbols() const { return file_.size() / sizeof(Elf64_Sym); }
-  bool readSymbol(std::uint64_t index, GElf_Sym* symbol) const;
+  std::optional<GElf_Sym> readSymbol(std::uint64_t index) const;
   const Segment* segmentAt(std::uint64_t address) const;
   /// The bytes that the file has from an address on, to the end of its segment's part in the file.
   std::string_view bytesAt(std::uint64_t address) const;
