@@ -1,5 +1,6 @@
 #include "main/boot.h"
 
+#include <malloc.h>
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
 #include <sys/time.h>
@@ -253,6 +254,8 @@ int runWithOptions(int argc, char** argv, char** environment) {
 }  // namespace
 
 int runProgram(int argc, char** argv, char** environment) {
+  // A heap for each thread would cost each more than its few messages do.
+  ::mallopt(M_ARENA_MAX, 1);
   openMissingStandardStreams();
   // Whoever calls us: what we and our children make is for others to read at most.
   ::umask(::umask(kOthersMayNotWrite) | kOthersMayNotWrite);
