@@ -48,7 +48,7 @@ file(GLOB schemas CONFIGURE_DEPENDS share/schemas/*.schema.json)
 install(FILES ${schemas} DESTINATION ${CMAKE_INSTALL_DATADIR}/bootforge/schemas COMPONENT development)
 
 # A shell looks for a file with the name of the program.
-foreach(name bootforge hypcli bootforge-analyze)
+foreach(name bootforge bootforge-adopt hypcli bootforge-analyze)
   set(component runtime)
   if(name STREQUAL "bootforge-analyze")
     set(component analyze)

@@ -179,9 +179,9 @@ class DrawnOrders(AdoptCase):
     else."""
 
     def test_leave_what_was_written_and_nothing_else(self):
-        seed = int(os.environ.get("BOOTFORGE_ADOPT_SEED", random.SystemRandom().randrange(10**6)))
+        seed = int(os.environ.get("BOOTFORGE_SEED", random.SystemRandom().randrange(10**6)))
         for number in range(SEQUENCES):
-            with self.subTest(f"BOOTFORGE_ADOPT_SEED={seed}", number=number):
+            with self.subTest(f"BOOTFORGE_SEED={seed}", number=number):
                 self.follow(random.Random(f"{seed} {number}"))
 
     def follow(self, draw):

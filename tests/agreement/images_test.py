@@ -272,7 +272,8 @@ def fork_workers(arguments, objects):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
     parser.add_argument("--count", type=int, default=300)
-    parser.add_argument("--seed", type=int, default=int(time.time()))
+    parser.add_argument("--seed", type=int,
+                        default=os.environ.get("BOOTFORGE_SEED", str(int(time.time()))))
     parser.add_argument("--only", type=int, help="one image, shown whole")
     parser.add_argument("--workers", type=int, default=len(os.sched_getaffinity(0)))
     arguments = parser.parse_args()

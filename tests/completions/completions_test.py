@@ -85,6 +85,7 @@ class Completion:
         os.makedirs(f"{cls.root}/bin")
         os.symlink(f"{BUILD}/bootforge-analyze", f"{cls.root}/bin/bootforge-analyze")
         os.symlink(f"{BUILD}/bootforge", f"{cls.root}/bin/bootforge")
+        os.symlink(f"{BUILD}/bootforge-adopt", f"{cls.root}/bin/bootforge-adopt")
         # hypcli reads the commands of its own root only.
         chroot = shutil.which("chroot", path=f"{os.environ['PATH']}:/usr/sbin:/sbin")
         inside = chroot if os.geteuid() == 0 else f"unshare --map-root-user {chroot}"
@@ -181,6 +182,22 @@ class Completion:
     def test_files_are_offered_where_files_are_meant(self):
         self.assert_files("bootforge-analyze diff f", {"file", "folder"})
         self.assert_files("bootforge-analyze plan --root f", {"folder"})
+
+    # bootforge-adopt
+
+    def test_the_verbs_of_the_adopter_are_those_of_its_help(self):
+        _, _, table = help_of("bootforge-adopt").partition("Subcommands:")
+        verbs = set(re.findall(r"^  ([a-z-]+) ", table, re.M))
+        self.assertLessEqual({"enable", "disable", "status"}, verbs)
+        offered = {word for word in self.offered("bootforge-adopt ") if not word.startswith("-")}
+        self.assertEqual(offered, verbs)
+        for verb in verbs:
+            expected = options_in(help_of("bootforge-adopt", verb))
+            self.assertEqual(options_of(self.offered(f"bootforge-adopt {verb} --")), expected, verb)
+
+    def test_the_adopter_takes_a_folder_for_the_root(self):
+        self.assert_files("bootforge-adopt enable --root f", {"folder"})
+        self.assert_files("bootforge-adopt disable --force --root f", {"folder"})
 
     # bootforge
 

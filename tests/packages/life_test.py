@@ -13,8 +13,14 @@ import unittest
 
 import debian_root
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "../adopt"))
+import scratch_root
+
 HELPERS = "/usr/lib/nimbus/bootforge"
 PLUGINS = "/usr/libexec/bootforge/plugins"
+# What tells an adopted host from another one.
+ADOPTED_FILE = {"sysvinit": scratch_root.INITTAB, "busybox": scratch_root.INITTAB,
+                "systemd": scratch_root.UNIT}
 LOGS = ("/var/log/sysboot.log", "/var/log/bootforge-hypcli-stdout.log")
 NAMES = ("bootforge", "bootforge-analyze", "bootforge-dev", "bootforge-doc")
 # What dpkg writes down about itself, and the index of the loader.
@@ -91,6 +97,59 @@ class Life(unittest.TestCase):
         self.assertEqual({path: (before.get(path), after.get(path))
                           for path in before.keys() | after.keys()
                           if before.get(path) != after.get(path)}, {})
+
+    def adopt(self, kind):
+        """A host with this init, our packages, and its adoption. Returns what it was before that."""
+        program = scratch_root.PROGRAMS[kind].decode()
+        self.root.write("/usr/lib/systemd/systemd" if kind == "systemd" else "/usr/sbin/init", program,
+                        0o755)
+        if kind == "systemd":
+            os.symlink("/lib/systemd/systemd", f"{self.root.path}/usr/sbin/init")
+        else:
+            self.root.write(scratch_root.INITTAB, scratch_root.TEXTS[kind])
+        self.root.write("/etc/init.d/somebodys", "#!/bin/sh\n", 0o755)
+        self.root.write("/etc/rc2.d/README", "")
+        os.symlink("../init.d/somebodys", f"{self.root.path}/etc/rc2.d/S10somebodys")
+        before = self.root.everything(OWN)
+        self.install(OLD)
+        self.root.run("bootforge-adopt", "enable")
+        self.assertTrue(self.root.exists(scratch_root.RECORD))
+        self.assertNotEqual(self.root.read(ADOPTED_FILE[kind]), scratch_root.TEXTS[kind])
+        return before
+
+    def upgrade_and_purge(self, kind):
+        before = self.adopt(kind)
+        adopted = self.root.read(ADOPTED_FILE[kind])
+        self.install(NEW)
+        self.assertEqual(self.root.read(ADOPTED_FILE[kind]), adopted)
+        self.root.run("bootforge-adopt", "status")
+        self.root.run("dpkg", "--purge", *NAMES)
+        self.assertEqual(self.root.everything(OWN), before)
+
+    def test_an_adopted_host_with_sysvinit_stays_so_and_is_given_back_at_the_end(self):
+        self.upgrade_and_purge("sysvinit")
+
+    def test_an_adopted_host_with_busybox_stays_so_and_is_given_back_at_the_end(self):
+        self.upgrade_and_purge("busybox")
+
+    def test_an_adopted_host_with_systemd_stays_so_and_is_given_back_at_the_end(self):
+        self.upgrade_and_purge("systemd")
+
+    def test_removal_is_refused_where_the_host_would_not_boot(self):
+        self.adopt("sysvinit")
+        edited = self.root.read(scratch_root.INITTAB).replace("--parallel", "--parallel --verbose")
+        self.root.write(scratch_root.INITTAB, edited)
+        for action in ("--remove", "--purge"):
+            said = self.root.run("dpkg", action, *NAMES, status=1)
+            self.assertIn("/etc/inittab: changed since, so that it cannot be taken back: ", said)
+        # All that the edited file starts is still there, and configured.
+        self.assertEqual(self.root.read(scratch_root.INITTAB), edited)
+        self.assertTrue(self.root.exists(f"{HELPERS}/init.d/somebodys"))
+        self.assertEqual(self.root.run("dpkg-query", "-W", "-f", "${db:Status-Status}", "bootforge"),
+                         "installed")
+        self.root.run("bootforge-adopt", "disable", "--force")
+        self.root.run("dpkg", "--remove", *NAMES)
+        self.assertEqual(self.root.read(scratch_root.INITTAB), scratch_root.SYSVINIT)
 
     def test_installed_and_purged_at_once(self):
         before = self.root.everything(OWN)

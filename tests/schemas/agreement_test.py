@@ -52,6 +52,14 @@ def refuse_constant(text):
     raise ValueError(text)
 
 
+def take_number(text):
+    """An exponent of more than 31 bits is no JSON to the program."""
+    exponent = text.lower().partition("e")[2]
+    if exponent and abs(int(exponent)) >= 2**31:
+        raise ValueError(text)
+    return float(text)
+
+
 class File:
     """A drawn file, what the program says of it, and what it is for a schema."""
 
@@ -63,7 +71,7 @@ class File:
         self.faults, self.rules, self.ignored_keys = [], set(), 0
         self.repeats_key = False
         try:
-            self.value = json.loads(plain, parse_constant=refuse_constant,
+            self.value = json.loads(plain, parse_constant=refuse_constant, parse_float=take_number,
                                     object_pairs_hook=self.members)
             self.is_json = True
         except (ValueError, RecursionError):
@@ -185,7 +193,8 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("program", help="bootforge-analyze")
     parser.add_argument("--count", type=int, default=600)
-    parser.add_argument("--seed", type=int, default=None)
+    parser.add_argument("--seed", type=int, help="BOOTFORGE_SEED; a random one is printed",
+                        default=os.environ.get("BOOTFORGE_SEED"))
     parser.add_argument("--only", type=int, help="show the file of this number")
     parser.add_argument("--write", metavar="FILE",
                         help="for editors_test.js: the files with the program's verdicts")

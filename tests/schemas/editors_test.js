@@ -19,6 +19,19 @@ function documentedSettings() {
 }
 
 const settings = documentedSettings();
+
+/** The other editors' settings are for the same files. */
+function checkOtherEditors() {
+  const text = fs.readFileSync(path.join(project, "docs/editors.md"), "utf8");
+  for (const language of ["vim", "elisp"]) {
+    const [, block] = text.match(new RegExp("```" + language + "\\n([^]*?)```"));
+    const quoted = [...block.matchAll(/["'](\/[^"']*\*\.json|file:[^"']*)["']/g)].map(([, one]) => one);
+    const same = settings["json.schemas"].flatMap(({ fileMatch, url }) => [...fileMatch, url]);
+    assert.deepStrictEqual(quoted, same, language);
+  }
+}
+
+checkOtherEditors();
 const languages = service.getLanguageService({
   clientCapabilities: service.ClientCapabilities.LATEST,
   // What is installed there stands here.

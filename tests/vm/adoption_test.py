@@ -1,10 +1,12 @@
 """A real Debian is adopted by bootforge-adopt, boots, and is given back.
 
-usage: adoption_test.py KERNEL DEBIAN-ROOT BUILD BUSYBOX CMAKE
+usage: adoption_test.py KERNEL DEBIAN-ROOT PACKAGES BUSYBOX
 
-Three boots of one disk: as Debian boots, adopted, and as Debian boots again.
+Three boots of one disk with our Debian package: as Debian boots, adopted, and as Debian boots again, when
+the package has been removed from the adopted host.
 """
 
+import glob
 import os
 import shutil
 import sys
@@ -21,7 +23,9 @@ SCRIPTS = {"chrony", "cron", "dbus", "memcached", "nginx", "redis-server", "ssh"
 OTHERS = {"sh", "ps", "test-shell", "stderr-relay"}
 # Everything that the program may change. What a boot writes itself is left out.
 LOOK = ("find /etc /usr/bin /usr/sbin /usr/lib/nimbus ! -type d ! -name adjtime ! -name mtab "
-        "! -name 'ld.so.cache' -printf '%p %y %m %U %G %i %s %T@ %l\\n' | sort")
+        "! -name 'ld.so.cache' -printf '%p %y %m %U %G %i %s %T@ %l\\n' 2>/dev/null | sort")
+# What the package itself brings there, but for the file of logrotate, which only a purge takes away.
+PACKAGED = ("/usr/bin/hypcli", "/usr/sbin/bootforge", "/usr/lib/nimbus/")
 PROFILE = "/var/log/sysboot.log"
 
 
@@ -32,7 +36,7 @@ class Adoption(unittest.TestCase):
         self.folder = tempfile.mkdtemp(prefix="bootforge-adoption-")
         self.addCleanup(shutil.rmtree, self.folder)
         self.initramfs = debian_image.make_initramfs(self.folder, KERNEL, BUSYBOX)
-        self.disk = debian_image.make_disk(self.folder, DEBIAN, BUILD, BUSYBOX, CMAKE)
+        self.disk = debian_image.make_disk(self.folder, DEBIAN, PACKAGE, BUSYBOX)
 
     def machine(self):
         return Machine(f"{KERNEL}/vmlinuz", self.initramfs, self.disk, "")
@@ -44,18 +48,33 @@ class Adoption(unittest.TestCase):
         rows = [line.split(None, 2) for line in guest.run("ps -eo pid=,ppid=,comm=").splitlines()]
         return {name for pid, parent, name in rows if "2" not in (pid, parent)} - OTHERS
 
+    def look(self, guest):
+        return set(guest.run(LOOK).splitlines())
+
+    def assert_as_it_was(self, guest, before):
+        now = self.look(guest)
+        self.assertEqual((sorted(before - now), sorted(now - before)), ([], []))
+
     def switch_off(self, guest):
         guest.run("sync; poweroff")
         self.assertEqual(guest.wait_for_end(), 0, guest.describe())
+
+    def manage(self, guest, action):
+        said = guest.run(f"dpkg {action} 2>&1; echo status=$?")
+        self.assertTrue(said.endswith("status=0\n"), said)
+
+    def enable(self, guest):
+        self.assertNotIn("bootforge-adopt:", guest.run("bootforge-adopt enable"))
+        self.assertEqual(guest.run("bootforge-adopt status; echo $?")[-2:], "0\n")
 
     def test_the_same_daemons_live_before_with_and_after_it(self):
         with self.machine() as guest:
             usual = self.processes(guest)
             self.assertLessEqual(DAEMONS, usual)
-            before = guest.run(LOOK)
+            self.manage(guest, "--install /root/bootforge_*.deb")
+            before = self.look(guest)
             self.assertEqual(guest.run("bootforge-adopt status"), "not adopted\n")
-            self.assertNotIn("bootforge-adopt:", guest.run("bootforge-adopt enable"))
-            self.assertEqual(guest.run("bootforge-adopt status; echo $?")[-2:], "0\n")
+            self.enable(guest)
             self.switch_off(guest)
         with self.machine() as guest:
             self.assertEqual(self.processes(guest), usual)
@@ -65,23 +84,29 @@ class Adoption(unittest.TestCase):
             self.assertEqual(guest.run("stat -c '%a %U' /run/nimbus"), "755 root\n")
             self.assertEqual(guest.run("bootforge-adopt disable"),
                              "it is adopted no longer; every file is as it was before\n")
-            self.assertEqual(guest.run(LOOK), before)
+            self.assert_as_it_was(guest, before)
+            # Who removes the package from a host that it boots gets a host that boots.
+            self.enable(guest)
+            self.manage(guest, "--remove bootforge")
+            before = {line for line in before if not line.startswith(PACKAGED)}
+            self.assert_as_it_was(guest, before)
             guest.run(f"rm {PROFILE}")
             self.switch_off(guest)
         with self.machine() as guest:
             self.assertEqual(self.processes(guest), usual)
             self.assertEqual(guest.run(f"ls {PROFILE} /run/nimbus 2>/dev/null"), "")
-            self.assertEqual(guest.run(LOOK), before)
+            self.assert_as_it_was(guest, before)
             self.switch_off(guest)
 
 
 if __name__ == "__main__":
-    KERNEL, DEBIAN, BUILD, BUSYBOX, CMAKE = sys.argv[1:6]
-    for needed, there in ((KERNEL, os.path.exists(f"{KERNEL}.complete")),
+    KERNEL, DEBIAN, packages, BUSYBOX = sys.argv[1:5]
+    PACKAGE = "".join(glob.glob(f"{packages}/bootforge_*.deb"))
+    for needed, there in ((packages, PACKAGE), (KERNEL, os.path.exists(f"{KERNEL}.complete")),
                           (DEBIAN, os.path.exists(f"{DEBIAN}.complete")),
                           (EMULATOR[0], shutil.which(EMULATOR[0])),
                           ("mkfs.ext4", shutil.which("mkfs.ext4"))):
         if not there:
             print(f"skipped: there is no {needed}")
             sys.exit(SKIPPED)
-    unittest.main(argv=[sys.argv[0], *sys.argv[6:]], verbosity=2)
+    unittest.main(argv=[sys.argv[0], *sys.argv[5:]], verbosity=2)

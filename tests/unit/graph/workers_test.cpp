@@ -1,5 +1,5 @@
 // Graphs drawn at random, run by several workers: in what order is theirs to say, but what the laws
-// ask has to hold. BOOTFORGE_GRAPHS says how many graphs (500), BOOTFORGE_ATTACKS_SEED which.
+// ask has to hold. BOOTFORGE_GRAPHS says how many graphs (500), BOOTFORGE_SEED which.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -89,7 +89,7 @@ unsigned numberFrom(const char* variable, unsigned otherwise) {
 class Workers : public testing::TestWithParam<Setting> {};
 
 TEST_P(Workers, KeepTheLaws) {
-  const unsigned first = numberFrom("BOOTFORGE_ATTACKS_SEED", 1) * 2654435761U;
+  const unsigned first = numberFrom("BOOTFORGE_SEED", 1) * 2654435761U;
   const unsigned count = numberFrom("BOOTFORGE_GRAPHS", 500);
   for (unsigned graph = 0; graph < count; ++graph) {
     Generator generator(first + graph);
