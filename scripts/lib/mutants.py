@@ -23,6 +23,11 @@ INSTEAD = {
 # One statement on a line of its own: a call or an assignment, and no declaration.
 STATEMENT = re.compile(r"^[ \t]+(?:[\w:]+(?:(?:\.|->|::)\w+|\[[^\]\n]*\])*"
                        r"(?:\([^\n]*\)| [-+|&]?= [^\n]*)|\+\+\w+|--\w+|throw [^\n]*);[^\n]*$", re.M)
+# Left out, these mean the same on every machine that we know: they make room, or end what needs no end.
+NO_STATEMENT = re.compile(r"\.reserve\(|\bva_end\(")
+# One more element than is used.
+ARRAY = re.compile(r"^[ \t]*(?:const )?[\w:]+ \w+\[\Z", re.M)
+BLOCK_HEAD = re.compile(r"\b(switch|for|while|do)\b[^;{}]*\Z")
 # What may stand before one; after anything else the line goes on with what has begun.
 BEFORE_STATEMENT = re.compile(r"(?:[;{}:)]|\belse|\bdo)[ \t]*(?://[^\n]*)?\n"
                               r"(?:[ \t]*(?://[^\n]*)?\n)*\Z")
@@ -49,6 +54,21 @@ def source_files():
     return sorted(found)
 
 
+def ends_a_case(source, start):
+    """Whether a break leaves a switch: where it stands, to go on with a loop mostly means the same."""
+    depth = 0
+    for at in range(start - 1, -1, -1):
+        if source[at] == "}":
+            depth += 1
+        elif source[at] == "{" and depth:
+            depth -= 1
+        elif source[at] == "{":
+            head = BLOCK_HEAD.search(source, max(0, at - 400), at)
+            if head:
+                return head.group(1) == "switch"
+    return False
+
+
 def mutants_of(path):
     source = text_of(f"{PROJECT}/{path}")
     found = []
@@ -56,7 +76,9 @@ def mutants_of(path):
         if token["skip"] is not None:
             continue
         text, start, end = token.group(), token.start(), token.end()
-        if token["number"]:
+        if text == "break" and ends_a_case(source, start):
+            continue
+        if token["number"] and not ARRAY.search(source, 0, start):
             found.append(Mutant(path, start, end, str(int(text) + 1)))
             continue
         # Comparisons and sums have blanks around them; brackets of templates have not.
@@ -65,7 +87,8 @@ def mutants_of(path):
             found.append(Mutant(path, start, end, other))
     if path.endswith(".cpp"):
         for line in STATEMENT.finditer(source):
-            if BEFORE_STATEMENT.search(source, 0, line.start()):
+            if (BEFORE_STATEMENT.search(source, 0, line.start()) and
+                    not NO_STATEMENT.search(line.group())):
                 found.append(Mutant(path, line.start(), line.end(), "  ;"))
     return found
 

@@ -58,6 +58,8 @@ class OddInput(image.ImageCase):
             self.refused("is no whole number", "verify", "--owner", text)
             self.refused("not of the form NAME=MICROSECONDS", "simulate", "--workers", "1", "--set",
                          f"a={text}")
+        self.refused("not of the form NAME=MICROSECONDS", "simulate", "--workers", "1",
+                     "--set", "=5")
         log = self.image.path(LOG)
         for text in ("5,0x10", "0x10", "5, 1", " 5", "5,99999999999999999999999"):
             answer = self.run_plain("gate", "--max-regression", text, log, "--", log)

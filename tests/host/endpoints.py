@@ -90,6 +90,30 @@ class Console:
         os.close(self.fd)
 
 
+class Terminal:
+    """A pseudo-terminal on which a newline stays one; what was written to it stays in `data`."""
+
+    def __init__(self):
+        self.fd, self.slave = pty.openpty()
+        settings = termios.tcgetattr(self.slave)
+        settings[1] &= ~termios.OPOST
+        termios.tcsetattr(self.slave, termios.TCSANOW, settings)
+        os.set_blocking(self.fd, False)
+        self.data = b""
+
+    def receive(self, most=65536):
+        """False when there was nothing, or nobody is left to write."""
+        try:
+            self.data += os.read(self.fd, most)
+            return True
+        except OSError:
+            return False
+
+    def close(self):
+        os.close(self.fd)
+        os.close(self.slave)
+
+
 class Stream:
     """The reading end of a pipe; what arrived is in `text`, `ended` tells of the last writer."""
 

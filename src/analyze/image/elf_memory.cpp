@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <bit>
+#include <boost/algorithm/string/split.hpp>
 #include <cstring>
+#include <iterator>
 #include <stdexcept>
 
 namespace bootforge::analyze {
@@ -39,6 +41,8 @@ bool areRelocationsKnown(std::uint16_t machine) {
 
 constexpr std::int64_t kPackedRelocations = 36;  // DT_RELR, which older headers do not have
 constexpr std::int64_t kPackedRelocationsSize = 35;
+constexpr std::size_t kMostStrings = 1000;
+constexpr std::size_t kLongestStrings = 64U << 10;
 
 }  // namespace
 
@@ -67,7 +71,7 @@ void ElfMemory::readHeaders() {
   const std::uint64_t end = header_.e_phoff + std::uint64_t{header_.e_phnum} * header_.e_phentsize;
   if (header_.e_phentsize != sizeof(Elf64_Phdr)) fail("ELF file's phentsize not the expected size");
   if (end > file_.size() || end < header_.e_phoff) fail("file too short");
-  bool hasDynamic = false;
+  std::optional<GElf_Phdr> dynamic;
   for (int i = 0; i < header_.e_phnum; ++i) {
     GElf_Phdr program{};
     if (gelf_getphdr(elf_.get(), i, &program) == nullptr) fail("file too short");
@@ -78,12 +82,16 @@ void ElfMemory::readHeaders() {
       segments_.push_back({program.p_vaddr, program.p_offset, program.p_filesz, program.p_memsz});
     } else if (program.p_type == PT_DYNAMIC) {
       if (!isInFile) fail("file too short");
-      hasDynamic = true;
-      readDynamic(program.p_offset, program.p_filesz);
+      dynamic = program;
     }
   }
   if (segments_.empty()) fail("object file has no loadable segments");
-  if (!hasDynamic) fail("object file has no dynamic section");
+  if (!dynamic) fail("object file has no dynamic section");
+  // They stand in this order in every good object.
+  std::stable_sort(
+      segments_.begin(), segments_.end(),
+      [](const Segment& one, const Segment& other) { return one.address < other.address; });
+  readDynamic(dynamic->p_offset, dynamic->p_filesz);
 }
 
 void ElfMemory::readDynamic(std::uint64_t offset, std::uint64_t size) {
@@ -93,6 +101,7 @@ void ElfMemory::readDynamic(std::uint64_t offset, std::uint64_t size) {
   GElf_Dyn entry{};
   for (int i = 0; gelf_getdyn(data, i, &entry) != nullptr && entry.d_tag != DT_NULL; ++i) {
     dynamic_.push_back(entry);
+    values_.try_emplace(entry.d_tag, entry.d_un.d_val);
   }
 }
 
@@ -107,10 +116,9 @@ void ElfMemory::readRelocations(std::uint64_t address, std::uint64_t size) {
     const Effect effect = effectOf(machine(), GELF_R_TYPE(*info));
     if (effect == Effect::Relative) relocated_[*offset] = {true, *addend};
     if (effect != Effect::Symbol) continue;
-    GElf_Sym symbol{};
-    const bool isRead = readSymbol(GELF_R_SYM(*info), &symbol);
-    if (isRead && symbol.st_shndx != SHN_UNDEF) {
-      relocated_[*offset] = {true, symbol.st_value + *addend, symbol.st_shndx == SHN_ABS};
+    const std::optional<GElf_Sym> symbol = readSymbol(GELF_R_SYM(*info));
+    if (symbol && symbol->st_shndx != SHN_UNDEF) {
+      relocated_[*offset] = {true, symbol->st_value + *addend, symbol->st_shndx == SHN_ABS};
     } else {
       relocated_[*offset] = {false, 0};
     }
@@ -123,7 +131,10 @@ void ElfMemory::readPackedRelocations(std::uint64_t address, std::uint64_t size)
   constexpr std::uint64_t kPointer = 8;
   size = std::min<std::uint64_t>(size, file_.size());
   std::uint64_t next = 0;
-  const auto relocate = [this](std::uint64_t place) {
+  // A bitmap names up to 63 pointers, any number of which need not be in the file.
+  std::size_t left = file_.size() / kPointer;
+  const auto relocate = [this, &left](std::uint64_t place) {
+    if (left-- == 0) fail("too many packed relocations");
     if (const auto value = read<std::uint64_t>(place)) relocated_[place] = {true, *value};
   };
   for (std::uint64_t at = 0; at + kPointer <= size; at += kPointer) {
@@ -142,27 +153,30 @@ void ElfMemory::readPackedRelocations(std::uint64_t address, std::uint64_t size)
 }
 
 std::optional<std::uint64_t> ElfMemory::dynamic(std::int64_t tag) const {
-  for (const GElf_Dyn& entry : dynamic_) {
-    if (entry.d_tag == tag) return entry.d_un.d_val;
-  }
-  return std::nullopt;
+  const auto value = values_.find(tag);
+  return value == values_.end() ? std::nullopt : std::optional(value->second);
+}
+
+// Where segments overlap, which no linker makes them do, the last one counts.
+const ElfMemory::Segment* ElfMemory::segmentAt(std::uint64_t address) const {
+  const auto next = std::upper_bound(
+      segments_.begin(), segments_.end(), address,
+      [](std::uint64_t wanted, const Segment& segment) { return wanted < segment.address; });
+  if (next == segments_.begin()) return nullptr;
+  const Segment& segment = *std::prev(next);
+  return address - segment.address < segment.size ? &segment : nullptr;
 }
 
 std::string_view ElfMemory::bytesAt(std::uint64_t address) const {
-  for (const Segment& segment : segments_) {
-    const std::uint64_t into = address - segment.address;
-    if (address >= segment.address && into < segment.fileSize) {
-      return file_.substr(segment.offset + into, segment.fileSize - into);
-    }
-  }
-  return {};
+  const Segment* const segment = segmentAt(address);
+  if (segment == nullptr || address - segment->address >= segment->fileSize) return {};
+  const std::uint64_t into = address - segment->address;
+  return file_.substr(segment->offset + into, segment->fileSize - into);
 }
 
 bool ElfMemory::isZero(std::uint64_t address) const {
-  return std::any_of(segments_.begin(), segments_.end(), [address](const Segment& segment) {
-    const std::uint64_t into = address - segment.address;
-    return address >= segment.address && into >= segment.fileSize && into < segment.size;
-  });
+  const Segment* const segment = segmentAt(address);
+  return segment != nullptr && address - segment->address >= segment->fileSize;
 }
 
 template <typename Value>
@@ -204,12 +218,20 @@ std::optional<std::string> ElfMemory::readText(std::uint64_t address) const {
   return std::nullopt;
 }
 
-std::vector<std::string> ElfMemory::dynamicStrings(std::int64_t tag) const {
+std::vector<std::string> ElfMemory::dynamicStrings(std::int64_t tag, char separator) const {
   std::vector<std::string> strings;
+  std::size_t length = 0;
   const std::uint64_t table = dynamic(DT_STRTAB).value_or(0);
   for (const GElf_Dyn& entry : dynamic_) {
     if (entry.d_tag != tag) continue;
-    if (const auto text = readText(table + entry.d_un.d_val)) strings.push_back(*text);
+    const auto text = readText(table + entry.d_un.d_val);
+    if (!text) continue;
+    length += text->size();
+    if (length > kLongestStrings) fail("the names of its libraries and folders are too long");
+    std::vector<std::string> parts;
+    boost::algorithm::split(parts, *text, [separator](char each) { return each == separator; });
+    std::move(parts.begin(), parts.end(), std::back_inserter(strings));
+    if (strings.size() > kMostStrings) fail("too many libraries or folders");
   }
   return strings;
 }
@@ -224,7 +246,7 @@ std::uint64_t ElfMemory::symbolCount() const {
   const std::uint64_t first = read<std::uint32_t>(*hash + 4).value_or(0);
   const std::uint64_t words = read<std::uint32_t>(*hash + 8).value_or(0);
   const std::uint64_t table = *hash + 16 + words * 8;
-  if (buckets > file_.size()) return 0;
+  if (buckets > file_.size() / 4) return 0;
   std::uint64_t last = 0;
   for (std::uint64_t i = 0; i < buckets; ++i) {
     const auto bucket = read<std::uint32_t>(table + i * 4);
@@ -233,7 +255,7 @@ std::uint64_t ElfMemory::symbolCount() const {
   }
   if (last < first) return 0;
   const std::uint64_t chains = table + buckets * 4;
-  for (; last < file_.size(); ++last) {
+  for (; last < mostSymbols(); ++last) {
     const auto chain = read<std::uint32_t>(chains + (last - first) * 4);
     if (!chain) return 0;
     if ((*chain & 1) != 0) return last + 1;
@@ -241,34 +263,30 @@ std::uint64_t ElfMemory::symbolCount() const {
   return 0;
 }
 
-bool ElfMemory::readSymbol(std::uint64_t index, GElf_Sym* symbol) const {
+std::optional<GElf_Sym> ElfMemory::readSymbol(std::uint64_t index) const {
   const std::uint64_t table = dynamic(DT_SYMTAB).value_or(0);
   const std::uint64_t at = table + index * sizeof(Elf64_Sym);
   const auto name = read<std::uint32_t>(at);
   const auto section = read<std::uint16_t>(at + 6);
   const auto value = read<std::uint64_t>(at + 8);
   const auto size = read<std::uint64_t>(at + 16);
-  if (!name || !section || !value || !size) return false;
-  symbol->st_name = *name;
-  symbol->st_shndx = *section;
-  symbol->st_value = *value;
-  symbol->st_size = *size;
-  return true;
+  if (!name || !section || !value || !size) return std::nullopt;
+  return GElf_Sym{*name, 0, 0, *section, *value, *size};
 }
 
 std::optional<ElfMemory::Symbol> ElfMemory::findSymbol(std::string_view name) const {
   const std::uint64_t names = dynamic(DT_STRTAB).value_or(0);
   // A table that claims more than the file could hold ends where reading ends.
-  const std::uint64_t count = std::min<std::uint64_t>(symbolCount(), file_.size());
+  const std::uint64_t count = std::min(symbolCount(), mostSymbols());
   for (std::uint64_t i = 1; i < count; ++i) {
-    GElf_Sym symbol{};
-    if (!readSymbol(i, &symbol)) return std::nullopt;
-    if (symbol.st_shndx == SHN_UNDEF) continue;
-    const std::string_view text = bytesAt(names + symbol.st_name);
+    const std::optional<GElf_Sym> symbol = readSymbol(i);
+    if (!symbol) return std::nullopt;
+    if (symbol->st_shndx == SHN_UNDEF) continue;
+    const std::string_view text = bytesAt(names + symbol->st_name);
     if (!text.starts_with(name) || text.size() <= name.size() || text[name.size()] != '\0')
       continue;
-    if (symbol.st_value == 0) return std::nullopt;
-    return Symbol{symbol.st_value, symbol.st_size, symbol.st_shndx == SHN_ABS};
+    if (symbol->st_value == 0) return std::nullopt;
+    return Symbol{symbol->st_value, symbol->st_size, symbol->st_shndx == SHN_ABS};
   }
   return std::nullopt;
 }

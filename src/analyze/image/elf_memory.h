@@ -3,6 +3,7 @@
 
 #include <gelf.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -15,7 +16,8 @@ namespace bootforge::analyze {
 
 /// Reads what program headers and the dynamic section name; section headers, which the loader does
 /// not look at either, are not asked. Throws std::invalid_argument, with what is wrong, from its
-/// constructor; the other functions say nothing for what is not there.
+/// constructor; the other functions say nothing for what is not there. Time and memory grow with
+/// the file, whatever it says.
 class ElfMemory {
  public:
   /// A symbol that the object defines.
@@ -39,8 +41,9 @@ class ElfMemory {
   std::optional<unsigned char> readByte(std::uint64_t address) const;
   std::optional<Pointer> readPointer(std::uint64_t address) const;
   std::optional<std::string> readText(std::uint64_t address) const;
-  /// The strings of the dynamic entries with that tag, in their order.
-  std::vector<std::string> dynamicStrings(std::int64_t tag) const;
+  /// The strings of the dynamic entries with that tag, in their order, split where the separator
+  /// stands. Throws as the constructor does when there are more than a thousand, or 64 KiB of them.
+  std::vector<std::string> dynamicStrings(std::int64_t tag, char separator = '\0') const;
 
  private:
   struct EndElf {
@@ -58,7 +61,9 @@ class ElfMemory {
   void readRelocations(std::uint64_t address, std::uint64_t size);
   void readPackedRelocations(std::uint64_t address, std::uint64_t size);
   std::uint64_t symbolCount() const;
-  bool readSymbol(std::uint64_t index, GElf_Sym* symbol) const;
+  std::uint64_t mostSymbols() const { return file_.size() / sizeof(Elf64_Sym); }
+  std::optional<GElf_Sym> readSymbol(std::uint64_t index) const;
+  const Segment* segmentAt(std::uint64_t address) const;
   /// The bytes that the file has from an address on, to the end of its segment's part in the file.
   std::string_view bytesAt(std::uint64_t address) const;
   /// Whether an address stands in the part of a segment that the loader fills with zeros.
@@ -71,8 +76,9 @@ class ElfMemory {
   std::unique_ptr<Elf, EndElf> elf_;
   GElf_Ehdr header_{};
   bool isSwapped_ = false;
-  std::vector<Segment> segments_;
+  std::vector<Segment> segments_;  // by address
   std::vector<GElf_Dyn> dynamic_;
+  std::map<std::int64_t, std::uint64_t> values_;  // the first of each tag
   std::map<std::uint64_t, Pointer> relocated_;
 };
 

@@ -2,8 +2,6 @@
 
 #include <elf.h>
 
-#include <boost/algorithm/string/classification.hpp>
-#include <boost/algorithm/string/split.hpp>
 #include <cstddef>
 #include <stdexcept>
 
@@ -98,11 +96,11 @@ class RecordReader {
 
   std::string textAt(std::uint64_t address) {
     std::optional<std::string> text = memory_.readText(address);
-    if (!text || text->size() >= budget_) {
+    if (!text || text->size() + sizeof *text > budget_) {
       isWild_ = true;
       return {};
     }
-    budget_ -= text->size() + 1;
+    budget_ -= text->size() + sizeof *text;
     return *std::move(text);
   }
 
@@ -122,21 +120,16 @@ class RecordReader {
   const ElfMemory& memory_;
   NativeObject& object_;
   bool isWild_ = false;
-  // A small file may name one large text a million times.
+  // A small file may name one text a million times.
   std::size_t budget_ = 16U << 20;
 };
 
 NeededLibraries neededLibrariesOf(const ElfMemory& memory) {
   NeededLibraries libraries;
   libraries.names = memory.dynamicStrings(DT_NEEDED);
-  std::vector<std::string> paths = memory.dynamicStrings(DT_RUNPATH);
-  libraries.arePassedOn = paths.empty();
-  if (paths.empty()) paths = memory.dynamicStrings(DT_RPATH);
-  for (const std::string& path : paths) {
-    std::vector<std::string> folders;
-    boost::algorithm::split(folders, path, boost::algorithm::is_any_of(":"));
-    libraries.folders.insert(libraries.folders.end(), folders.begin(), folders.end());
-  }
+  libraries.folders = memory.dynamicStrings(DT_RUNPATH, ':');
+  libraries.arePassedOn = libraries.folders.empty();
+  if (libraries.arePassedOn) libraries.folders = memory.dynamicStrings(DT_RPATH, ':');
   return libraries;
 }
 

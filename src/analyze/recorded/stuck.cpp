@@ -130,12 +130,11 @@ class StuckFinder {
     }
   }
 
-  /// How many plugins wait behind one, near or far.
+  /// How many plugins wait behind one that does not wait itself, near or far.
   std::size_t countBlocked(std::size_t start) const {
     std::vector<bool> seen(known_.size());
     std::vector<bool> passed(dependencies_.gates().size());
     std::vector<std::size_t> stack = {start};
-    seen[start] = true;
     std::size_t count = 0;
     while (!stack.empty()) {
       const std::size_t plugin = stack.back();

@@ -3,12 +3,11 @@
 import functools
 import gzip
 import os
-import pty
 import re
 import subprocess
 import tempfile
-import termios
 
+import endpoints
 from root_folder import BOOTFORGE, EXECUTOR_LOG, PLUGINS, PROFILE, RECORD, SYSLOGD_PID
 
 LIBRARY = "/usr/lib/nimbus/bootforge"
@@ -33,23 +32,8 @@ BOOTFORGE_EXPORT const struct bootforge_operations operations = {start};
 TELLING = re.compile(r"(error|warning|notice|info) \w+\[\d+\]: (.*)")
 
 
-class Terminal:
-    """A pseudo-terminal whose operator types "c" whenever asked."""
-
-    def __init__(self):
-        self.fd, self.slave = pty.openpty()
-        settings = termios.tcgetattr(self.slave)
-        settings[1] &= ~termios.OPOST
-        termios.tcsetattr(self.slave, termios.TCSANOW, settings)
-        os.set_blocking(self.fd, False)
-        self.data = b""
-
-    def receive(self):
-        try:
-            self.data += os.read(self.fd, 65536)
-            return True
-        except (BlockingIOError, OSError):
-            return False
+class Terminal(endpoints.Terminal):
+    """One whose operator types "c" whenever asked."""
 
     def answer(self):
         """Types it, with the newline that a terminal in its usual mode waits for."""
@@ -57,10 +41,6 @@ class Terminal:
             os.write(self.fd, b"c\n")
         except BlockingIOError:
             pass
-
-    def close(self):
-        os.close(self.fd)
-        os.close(self.slave)
 
 
 @functools.lru_cache(maxsize=None)

@@ -2,14 +2,12 @@
 
 import fcntl
 import os
-import pty
 import random
 import re
 import signal
 import socket
 import subprocess
 import tempfile
-import termios
 import time
 
 import endpoints
@@ -260,31 +258,17 @@ def told_of(texts):
     return sum(not LOST.search(text) for text in texts) + told_of_losses(texts)
 
 
-class SlowTerminal:
+class SlowTerminal(endpoints.Terminal):
     """A terminal whose reader takes some bytes now and then, or nothing at all."""
 
-    def __init__(self):
-        self.fd, self.slave = pty.openpty()
-        settings = termios.tcgetattr(self.slave)
-        settings[1] &= ~termios.OPOST
-        termios.tcsetattr(self.slave, termios.TCSANOW, settings)
-        os.set_blocking(self.fd, False)
-        self.text, self.next = b"", 0.0
+    next = 0.0
 
     def read(self, most, pause):
         """False when there was nothing, or not yet."""
         if time.monotonic() < self.next:
             return False
         self.next = time.monotonic() + pause
-        try:
-            self.text += os.read(self.fd, most)
-            return True
-        except (BlockingIOError, OSError):
-            return False
-
-    def close(self):
-        os.close(self.fd)
-        os.close(self.slave)
+        return self.receive(most)
 
 
 def terminal(host, _generator, plugins, hangs):
@@ -325,7 +309,7 @@ def terminal(host, _generator, plugins, hangs):
     # One for each plugin and for the two behind them, two of the executor's start, the reload that
     # finds no daemon, and the executor's end.
     sent = plugins + 6
-    shown = [line for line in readings.text_of(screen.text).split("\n")
+    shown = [line for line in readings.text_of(screen.data).split("\n")
              if readings.HEAD.fullmatch(line)]
     lost = told_of_losses(shown)
     whole = told_of(shown) - lost

@@ -3,9 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "analyze/image/wait_graph.h"
 #include "analyze/planning/plan.h"
 #include "tests/support/scratch_root.h"
+#include "tests/unit/analyze_image/object_writer.h"
 #include "tests/unit/native/shared_objects.h"
 
 namespace bootforge::analyze {
@@ -46,6 +49,31 @@ TEST_F(NativeFilesTest, AnObjectForAnotherMachineDoesNotRun) {
   put("other.so", ours);
   put("foreign.so", foreign);
   EXPECT_THAT(plugins(), UnorderedElementsAre("one", "other"));
+}
+
+TEST_F(NativeFilesTest, BetweenTwoMachinesTheOtherFilesOfTheImageDecide) {
+  const auto objectFor = [](std::uint16_t machine) {
+    test::ObjectWriter writer(machine);
+    writer.addRecords();
+    return writer.finish();
+  };
+  put("arm.so", objectFor(EM_AARCH64));
+  put("intel.so", objectFor(EM_X86_64));
+  // A link is not counted, and what is listed behind one is.
+  for (const char* name : {"a", "b", "c"}) {
+    test::writeFile(std::string("/opt/") + name, objectFor(EM_X86_64));
+    std::filesystem::create_symlink(std::string(kDefaultPluginDirectory) + "/arm.so",
+                                    std::string("/opt/link-") + name);
+  }
+  EXPECT_THAT(plugins(), ElementsAre("intel"));
+}
+
+TEST_F(NativeFilesTest, FoldersOfTheLoadersConfigurationAreLookedInto) {
+  put("x.so", test::sharedObject("with_library"));
+  test::writeFile("/etc/ld.so.conf", "# none\n/opt/libraries=libc6\n");
+  EXPECT_THAT(plugins(), IsEmpty());
+  test::writeFile("/opt/libraries/libm.so.6", "");
+  EXPECT_THAT(plugins(), ElementsAre("x"));
 }
 
 TEST_F(NativeFilesTest, AnObjectForNoMachineDoesNotRun) {

@@ -56,6 +56,16 @@ TEST(RankTest, ManyValuesAreApproximatedWell) {
   EXPECT_EQ(mannWhitneyP(std::vector<std::int64_t>(40, 5), std::vector<std::int64_t>(40, 5)), 1);
 }
 
+TEST(RankTest, EqualValuesNarrowTheApproximation) {
+  std::vector<std::int64_t> one;
+  std::vector<std::int64_t> other;
+  for (std::int64_t value = 0; value < 40; ++value) one.push_back(value / 8);
+  for (std::int64_t value = 0; value < 30; ++value) other.push_back(value / 8 + 1);
+  // By the textbook's formula, corrected for ties and for continuity.
+  EXPECT_NEAR(mannWhitneyP(one, other), 0.246111368492681, 1e-9);
+  EXPECT_NEAR(mannWhitneyP(other, one), 0.246111368492681, 1e-9);
+}
+
 TEST(Median, EvenCountTakesTheMeanOfTheMiddle) {
   std::vector<std::int64_t> values = {9, 1, 4, 2};
   EXPECT_EQ(doubledMedian(values), 6);

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 
 #include "analyze/recorded/boot_summary.h"
 #include "analyze/recorded/export_rows.h"
@@ -15,6 +16,7 @@ namespace {
 using test::boot;
 using test::kBegin;
 using test::ran;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -55,6 +57,16 @@ TEST(Export, TraceHasAnEventForEachPluginThatRan) {
     }
   }
   EXPECT_EQ(complete, 2);
+}
+
+TEST(Export, TraceNamesEachWorkersThread) {
+  std::map<std::int64_t, std::string> names;
+  const boost::json::value trace = boost::json::parse(asTraceEvents(sample()));
+  for (const auto& event : trace.at("traceEvents").as_array()) {
+    if (event.at("name") != "thread_name") continue;
+    names[event.at("tid").as_int64()] = event.at("args").at("name").as_string();
+  }
+  EXPECT_THAT(names, ElementsAre(std::pair(1, "worker 0"), std::pair(2, "worker 1")));
 }
 
 TEST(Export, SpansHangBelowTheBoot) {

@@ -77,6 +77,27 @@ TEST_F(FleetOfHosts, WhatCannotBeReadIsCounted) {
               ElementsAre("/fleet/missing: No such file or directory"));
 }
 
+TEST_F(FleetOfHosts, ThreeFilesThatCannotBeReadAreNamedInTheirOrder) {
+  for (const char* name : {"d", "b", "e", "a", "c"}) {
+    writeFile(std::string("/fleet/") + name + ".log", "noise\n");
+  }
+  Fleet fleet(std::nullopt, false);
+  EXPECT_TRUE(fleet.add("/fleet"));
+  EXPECT_THAT(
+      fleet.answer(false, Format::Json, {}).notes,
+      ElementsAre("/fleet/a.log: this is no profiling log",
+                  "/fleet/b.log: this is no profiling log",
+                  "/fleet/c.log: this is no profiling log", "and 2 more that cannot be read"));
+}
+
+TEST_F(FleetOfHosts, ADamagedLogIsCountedOnce) {
+  writeFile("/fleet/good.log", logOf(100));
+  writeFile("/fleet/noisy.log", "noise\n" + logOf(100) + "noise\n");
+  const boost::json::value told = answer({"/fleet"});
+  EXPECT_EQ(told.at("boots"), 2);
+  EXPECT_EQ(told.at("damaged"), 1);
+}
+
 TEST_F(FleetOfHosts, FailuresComeFromTheMessagesBeside) {
   writeFile("/fleet/a.log", logOf(100));
   writeFile("/fleet/a.messages",

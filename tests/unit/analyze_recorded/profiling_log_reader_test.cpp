@@ -68,6 +68,17 @@ TEST(ProfilingLogReader, WholeBootIsReadWithoutANote) {
   EXPECT_EQ(section.plugins[1].start, 0);
 }
 
+TEST(ProfilingLogReader, ALineOfAnotherProgramIsNoPlugin) {
+  std::string text = kBoot;
+  const std::string line =
+      "[2024-03-05 07:04:09.000321 - 2024-03-05 07:04:10.000000] another: network\n";
+  text.insert(text.find('\n') + 1, line);
+  const ProfilingLog log = readProfilingLog(text);
+  ASSERT_THAT(log.sections, SizeIs(1));
+  EXPECT_THAT(namesIn(log.sections[0]), ElementsAre("network", "left-out"));
+  EXPECT_THAT(log.notes, ElementsAre("line 2 cannot be read and was left out"));
+}
+
 TEST(ProfilingLogReader, TimesAreThoseThatTheWriterPrints) {
   for (const timeval time : {timeval{0, 0}, timeval{951782399, 999999}, timeval{951868800, 1},
                              timeval{4107542399, 5}, timeval{253402300799, 999999}}) {

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "analyze/recorded/blame.h"
 #include "tests/unit/analyze_recorded/recorded_boot.h"
 #include "util/utf8.h"
@@ -37,6 +39,14 @@ TEST(Timeline, WaitsAreSplitByWhatWasWaitedFor) {
   EXPECT_EQ(timeline.plugins[2].worker, 1U);
 }
 
+TEST(Timeline, APluginThatProvidesWhatItRequiresWaitsForTheOthersOnly) {
+  const Timeline timeline = makeTimeline(
+      boot({ran("a", 0, 100), ran("b", 130, 200), ran("c", 0, 50)}),
+      {native("a", {}, {"M"}), native("b", {"M"}, {"M"}), native("c", {}, {"M"})}, nullptr);
+  EXPECT_EQ(timeline.plugins[1].waitMilestones, 100);
+  EXPECT_EQ(timeline.plugins[1].waitWorker, 30);
+}
+
 TEST(Timeline, SharersOfTheExecutorAdvanceAtTheirShare) {
   // a: 0..30 alone, 30..60 with b, 60..90 with b and c: 30 + 15 + 10
   const Timeline timeline =
@@ -66,7 +76,10 @@ TEST(Timeline, ManySharersAreCountedToo) {
   }
   const Timeline timeline = makeTimeline(boot(lines), known, nullptr);
   long double sum = 0;
-  for (const TimedPlugin& plugin : timeline.plugins) sum += plugin.exactWork;
+  for (const TimedPlugin& plugin : timeline.plugins) {
+    sum += plugin.exactWork;
+    EXPECT_EQ(plugin.work, std::llround(plugin.exactWork));
+  }
   EXPECT_NEAR(static_cast<double>(sum), 100'000, 1e-6) << "the executor was never idle";
 }
 
