@@ -59,13 +59,13 @@ TEST_F(NativeFilesTest, BetweenTwoMachinesTheOtherFilesOfTheImageDecide) {
   };
   put("arm.so", objectFor(EM_AARCH64));
   put("intel.so", objectFor(EM_X86_64));
-  // A link is not counted, and what is listed behind one is.
+  // A link is not counted, and what is listed behind one is. Of as many, the lower number wins.
   for (const char* name : {"a", "b", "c"}) {
-    test::writeFile(std::string("/opt/") + name, objectFor(EM_X86_64));
-    std::filesystem::create_symlink(std::string(kDefaultPluginDirectory) + "/arm.so",
+    test::writeFile(std::string("/opt/") + name, objectFor(EM_AARCH64));
+    std::filesystem::create_symlink(std::string(kDefaultPluginDirectory) + "/intel.so",
                                     std::string("/opt/link-") + name);
   }
-  EXPECT_THAT(plugins(), ElementsAre("intel"));
+  EXPECT_THAT(plugins(), ElementsAre("arm"));
 }
 
 TEST_F(NativeFilesTest, FoldersOfTheLoadersConfigurationAreLookedInto) {
