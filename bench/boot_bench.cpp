@@ -4,6 +4,8 @@
 // "parallel" adds that option. "floor" is bench/floor_boot with the same number of commands. Each
 // pass is a process of its own.
 //
+// "dump" is bootforge --dump-dependency-tree over many of them: all of a boot but the run.
+//
 // "help" is bootforge --help, "true" is /bin/true.
 
 #include <benchmark/benchmark.h>
@@ -55,6 +57,12 @@ void floorOf(benchmark::State& state) {
   measureRun(state, {"/bench/floor_boot", std::to_string(state.range(0))});
 }
 
+void dump(benchmark::State& state) {
+  const std::string directory = pluginDirectory(state.range(0));
+  measureRun(state,
+             {kProgram, "--dump-dependency-tree=/dev/null", "--plugin-directory=" + directory});
+}
+
 void startUp(benchmark::State& state, const std::vector<std::string>& words) {
   measureStart(state, words);
 }
@@ -67,6 +75,7 @@ void sizes(benchmark::internal::Benchmark* benchmark) {
 BENCHMARK(floorOf)->Name("boot/floor")->Apply(sizes);
 BENCHMARK_CAPTURE(boot, serial, nullptr)->Apply(sizes);
 BENCHMARK_CAPTURE(boot, parallel, "--parallel")->Apply(sizes);
+BENCHMARK(dump)->Name("boot/dump")->Arg(100'000)->Apply(runs);
 BENCHMARK_CAPTURE(startUp, true, {"/bin/true"})->Apply(starts);
 BENCHMARK_CAPTURE(startUp, help, {kProgram, "--help"})->Apply(starts);
 
@@ -77,6 +86,6 @@ int main(int argc, char** argv) {
   using namespace bootforge::bench;
   benchmark::Initialize(&argc, argv);
   enterScratchHost();
-  for (const int size : {50, 200, 1'000}) writePlugins(size);
+  for (const int size : {50, 200, 1'000, 100'000}) writePlugins(size);
   benchmark::RunSpecifiedBenchmarks();
 }

@@ -2,8 +2,8 @@
 //
 // "boot" is bootforge --init over a directory of copies of one small shared object: each is loaded
 // once to be described, and once more, in a process of its own, to be started. "floor" is
-// bench/floor_spawn with bench/bare_dlopen over the same objects, one process for each, with as
-// many workers.
+// bench/floor_spawn over the same objects: it loads, searches and unloads each, and then runs
+// bench/bare_dlopen, one process for each, with as many workers.
 //
 // "executor" is one start of the native executor, "bare" one of bench/bare_dlopen.
 
@@ -49,7 +49,8 @@ void boot(benchmark::State& state, const char* option) {
 
 void floorOf(benchmark::State& state, bool parallel) {
   const int workers = parallel ? parallelWorkers() : 1;
-  measureRun(state, {"/bench/floor_spawn", std::to_string(workers), commands(state.range(0))});
+  measureRun(state,
+             {"/bench/floor_spawn", std::to_string(workers), commands(state.range(0)), "metadata"});
 }
 
 void start(benchmark::State& state, const std::vector<std::string>& words) {

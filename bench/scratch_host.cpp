@@ -69,6 +69,10 @@ void readAway(const UniqueFd& file) {
   }
 }
 
+double seconds(const timeval& time) {
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+}
+
 }  // namespace
 
 void giveUp(const std::string& what) {
@@ -115,6 +119,7 @@ Ended runToEnd(const char* const words[], const char* output) {
     rusage usage{};
     const pid_t pid = ::wait4(-1, &status, 0, &usage);
     if (pid == -1) break;
+    ended.processor += seconds(usage.ru_utime) + seconds(usage.ru_stime);
     if (pid == first) {
       const std::chrono::duration<double> spent = std::chrono::steady_clock::now() - start;
       ended.seconds = spent.count();

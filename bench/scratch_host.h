@@ -23,6 +23,7 @@ void writeHostFile(const std::string& path, const std::string& text);
 struct Ended {
   double seconds = 0;      // from the call to the end of the program
   int status = 0;          // its, as waitpid(2) gives it
+  double processor = 0;    // seconds of processor time, with all that it started
   long peakKib = 0;        // its peak resident memory
   long othersPeakKib = 0;  // the greatest among those that it left behind
 };

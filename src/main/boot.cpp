@@ -1,5 +1,6 @@
 #include "main/boot.h"
 
+#include <malloc.h>
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
 #include <sys/time.h>
@@ -10,8 +11,8 @@
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
 #include <csignal>
+#include <ext/stdio_sync_filebuf.h>
 #include <fstream>
-#include <iostream>
 #include <optional>
 
 #include "catalogue/discovery.h"
@@ -196,7 +197,10 @@ class Boot {
   void dumpGraph(const Graph& graph) {
     std::ofstream file;
     if (!commandLine_.dumpPath.empty()) file.open(commandLine_.dumpPath);
-    std::ostream& out = commandLine_.dumpPath.empty() ? std::cout : file;
+    // What std::cout is, but for what that costs every start: all of the standard streams.
+    __gnu_cxx::stdio_sync_filebuf<char> buffer(stdout);
+    std::ostream console(&buffer);
+    std::ostream& out = commandLine_.dumpPath.empty() ? console : file;
     if (out) graph.writeDot(out, catalogue_.barriers);
     if (out) return;
     const int error = errno;
@@ -250,6 +254,8 @@ int runWithOptions(int argc, char** argv, char** environment) {
 }  // namespace
 
 int runProgram(int argc, char** argv, char** environment) {
+  // A heap for each thread would cost each more than its few messages do.
+  ::mallopt(M_ARENA_MAX, 1);
   openMissingStandardStreams();
   // Whoever calls us: what we and our children make is for others to read at most.
   ::umask(::umask(kOthersMayNotWrite) | kOthersMayNotWrite);

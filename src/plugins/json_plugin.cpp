@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -23,11 +24,15 @@ Description readDescriptionFile(const std::string& path) {
   return readDescription(JsonText(*std::move(text)));
 }
 
-JSONPlugin::Commands commandsOf(const Description::Strings& list) {
+JSONPlugin::Commands takeCommands(Description::Strings& list) {
   JSONPlugin::Commands commands;
   commands.reserve(list.size());
-  for (const PlacedString& command : list) commands.push_back(command.text);
+  for (PlacedString& command : list) commands.push_back(std::move(command.text));
   return commands;
+}
+
+void takeFlags(Description::Strings& list, std::set<std::string>* flags) {
+  for (PlacedString& flag : list) flags->insert(std::move(flag.text));
 }
 
 }  // namespace
@@ -35,7 +40,7 @@ JSONPlugin::Commands commandsOf(const Description::Strings& list) {
 JSONPlugin::JSONPlugin(std::string name, const std::string& path, BarrierRegistry& barriers)
     : JSONPlugin(std::move(name), path, readDescriptionFile(path), barriers) {}
 
-JSONPlugin::JSONPlugin(std::string name, const std::string& path, const Description& description,
+JSONPlugin::JSONPlugin(std::string name, const std::string& path, Description description,
                        BarrierRegistry& barriers)
     : Plugin(std::move(name)) {
   // What comes before the first fault is linked all the same: its milestones stay registered.
@@ -49,14 +54,14 @@ JSONPlugin::JSONPlugin(std::string name, const std::string& path, const Descript
     throw InvalidPluginException(path, description.faults.front().reason);
   }
   apiVersion_ = description.apiVersion.value();
-  for (const PlacedString& flag : description.requiredFlags) requiredFlags_.insert(flag.text);
-  for (const PlacedString& flag : description.disablingFlags) disablingFlags_.insert(flag.text);
+  takeFlags(description.requiredFlags, &requiredFlags_);
+  takeFlags(description.disablingFlags, &disablingFlags_);
   runOnce_ = description.runOnce;
-  pluginVersion_ = description.pluginVersion;
-  startCommands_ = commandsOf(description.startCommands);
+  pluginVersion_ = std::move(description.pluginVersion);
+  startCommands_ = takeCommands(description.startCommands);
   hasApplyHostProfile_ = description.applyHostProfileCommands.has_value();
   if (hasApplyHostProfile_) {
-    applyHostProfileCommands_ = commandsOf(*description.applyHostProfileCommands);
+    applyHostProfileCommands_ = takeCommands(*description.applyHostProfileCommands);
   }
 }
 

@@ -19,7 +19,7 @@ class JSONPlugin : public Plugin {
   /// unusable. Milestones that it had named before its first fault stay registered.
   JSONPlugin(std::string name, const std::string& path, BarrierRegistry& barriers);
   /// Of a description that has been read; throws as above.
-  JSONPlugin(std::string name, const std::string& path, const Description& description,
+  JSONPlugin(std::string name, const std::string& path, Description description,
              BarrierRegistry& barriers);
 
   void start() override;

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstring>
 #include <optional>
+#include <vector>
 
 #include "bootforge/plugin.h"
 #include "plugins/exceptions.h"
@@ -32,19 +33,15 @@ bool isCut(const std::string& path) {
       ::pread(file.get(), &header, sizeof header, 0) != sizeof header) {
     return false;  // the loader has its own words for it
   }
-  for (std::size_t i = 0; i < header.e_phnum; ++i) {
-    ElfW(Phdr) program{};
-    const std::size_t at = header.e_phoff + i * sizeof program;
-    if (::pread(file.get(), &program, sizeof program, static_cast<off_t>(at)) != sizeof program) {
-      return false;
-    }
-    const auto size = static_cast<std::uint64_t>(status.st_size);
-    if (program.p_type == PT_LOAD &&
-        (program.p_offset > size || program.p_filesz > size - program.p_offset)) {
-      return true;
-    }
-  }
-  return false;
+  std::vector<ElfW(Phdr)> programs(header.e_phnum);
+  const ssize_t got = ::pread(file.get(), programs.data(), programs.size() * sizeof programs[0],
+                              static_cast<off_t>(header.e_phoff));
+  programs.resize(got > 0 ? static_cast<std::size_t>(got) / sizeof programs[0] : 0);
+  const auto size = static_cast<std::uint64_t>(status.st_size);
+  return std::any_of(programs.begin(), programs.end(), [size](const auto& program) {
+    return program.p_type == PT_LOAD &&
+           (program.p_offset > size || program.p_filesz > size - program.p_offset);
+  });
 }
 
 /// A loaded object, and memory that its records may point to.

@@ -126,13 +126,13 @@ class Reader {
       fault(part, "metadata is corrupt (unable to parse " + std::string(key) + ")", value.at());
       return;
     }
-    readStrings(value, part, std::string(key) + " tag is not a string", names);
+    readStrings(value, part, key, " tag is not a string", names);
   }
 
   void readOperations(const Value& operations) {
     Value value = operations;
     if (json_.find(operations, "start", &value) && value.isArray()) {
-      readStrings(value, Part::Start, "command is not a string", &result_.startCommands);
+      readStrings(value, Part::Start, "command", " is not a string", &result_.startCommands);
     } else {
       fault(Part::Start, "operations is corrupt (unable to parse start)", value.at());
     }
@@ -143,16 +143,19 @@ class Reader {
             value.at());
       return;
     }
-    readStrings(value, Part::ApplyHostProfile, "command is not a string",
+    readStrings(value, Part::ApplyHostProfile, "command", " is not a string",
                 &result_.applyHostProfileCommands.emplace());
   }
 
-  void readStrings(const Value& list, Part part, const std::string& reason,
+  /// Of a value that is no string it is said that `what` `isNone`.
+  void readStrings(const Value& list, Part part, std::string_view what, const char* isNone,
                    Description::Strings* strings) {
     bool isGood = true;
-    for (const JsonText::Entry& entry : json_.entries(list)) {
+    const JsonText::Range entries = json_.entries(list);
+    strings->reserve(entries.size());
+    for (const JsonText::Entry& entry : entries) {
       if (!entry.value.isString()) {
-        fault(part, reason, entry.value.at());
+        fault(part, std::string(what) + isNone, entry.value.at());
         isGood = false;
       } else if (isGood) {
         strings->push_back({std::string(entry.value.string()), entry.value.at()});

@@ -4,6 +4,7 @@
 #include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/error.hpp>
 #include <boost/system/error_code.hpp>
+#include <functional>
 #include <unordered_set>
 #include <utility>
 
@@ -30,13 +31,17 @@ class JsonText::Builder {
   static constexpr std::size_t max_key_size = SIZE_MAX;
   static constexpr std::size_t max_string_size = SIZE_MAX;
 
-  Builder(JsonText& target, const std::string& text) : target_(target), text_(text) {}
+  Builder(JsonText& target, const std::string& text) : target_(target), text_(text) {
+    // Most texts have no more values than that, and are no deeper.
+    target.nodes_.reserve(text.size() / sizeof(Node) + 1);
+    open_.reserve(16);
+  }
 
   bool on_document_begin(error_code&) { return true; }
   bool on_document_end(error_code&) { return true; }
-  bool on_object_begin(error_code&) { return open(Kind::Object); }
+  bool on_object_begin(error_code&) { return open(Kind::Object, '{'); }
   bool on_object_end(std::size_t, error_code&) { return close(); }
-  bool on_array_begin(error_code&) { return open(Kind::Array); }
+  bool on_array_begin(error_code&) { return open(Kind::Array, '['); }
   bool on_array_end(std::size_t, error_code&) { return close(); }
   bool on_key_part(json::string_view part, std::size_t, error_code&) { return collect(part); }
   bool on_key(json::string_view part, std::size_t, error_code&) { return string(part); }
@@ -59,21 +64,22 @@ class JsonText::Builder {
   static std::uint32_t narrow(std::size_t number) { return static_cast<std::uint32_t>(number); }
 
   // By hand: the standard library's search for one of several characters is slow for short ways.
-  void seekToken() {
+  void seekWord() {
     while (at_ < text_.size() && isBetweenTokens(text_[at_])) ++at_;
   }
+  // What ends an object or an array is passed over with the rest: nobody asks where it stands.
   static bool isBetweenTokens(char c) {
-    return c == ' ' || c == '\n' || c == '\t' || c == '\r' || c == ',' || c == ':';
+    return c == ' ' || c == '\n' || c == '\t' || c == '\r' || c == ',' || c == ':' || c == ']' ||
+           c == '}';
   }
-  static bool endsWord(char c) { return isBetweenTokens(c) || c == ']' || c == '}'; }
 
   Node& add(Kind kind, std::uint32_t data) {
     const std::uint32_t next = narrow(target_.nodes_.size() + 1);
     return target_.nodes_.emplace_back(Node{narrow(at_), next, data, kind});
   }
 
-  bool open(Kind kind) {
-    seekToken();
+  bool open(Kind kind, char bracket) {
+    at_ = text_.find(bracket, at_);
     open_.push_back(target_.nodes_.size());
     add(kind, 0);
     ++at_;
@@ -81,17 +87,15 @@ class JsonText::Builder {
   }
 
   bool close() {
-    seekToken();
-    ++at_;
     target_.nodes_[open_.back()].next = narrow(target_.nodes_.size());
     open_.pop_back();
     return true;
   }
 
   bool word(Kind kind, std::uint32_t data) {
-    seekToken();
+    seekWord();
     add(kind, data);
-    while (at_ < text_.size() && !endsWord(text_[at_])) ++at_;
+    while (at_ < text_.size() && !isBetweenTokens(text_[at_])) ++at_;
     return true;
   }
 
@@ -106,21 +110,27 @@ class JsonText::Builder {
   }
 
   bool string(json::string_view last) {
-    seekToken();
-    const std::size_t begin = at_ + 1;
-    // A string without escapes comes in one piece, as it stands in the text.
-    if (parts_.empty() && begin + last.size() < text_.size() && text_[begin + last.size()] == '"' &&
-        text_.compare(begin, last.size(), last.data(), last.size()) == 0) {
+    if (parts_.empty() && standsInText(last)) {
+      at_ = static_cast<std::size_t>(last.data() - text_.data()) - 1;
       add(Kind::String, narrow(last.size()));
-      at_ = begin + last.size() + 1;
+      at_ += last.size() + 2;
       return true;
     }
+    at_ = text_.find('"', at_);
     collect(last);
     Node& node = add(Kind::String, narrow(target_.unescaped_.size()));
     node.isUnescaped = true;
     target_.unescaped_.push_back(std::exchange(parts_, {}));
     at_ = json_comments::endOfString(text_, at_);
     return true;
+  }
+
+  /// The parser hands on a string without escapes as it stands in the text, between its quotes.
+  bool standsInText(json::string_view string) const {
+    const std::less<const char*> before;
+    const char* const end = string.data() + string.size();
+    return before(text_.data(), string.data()) && before(end, text_.data() + text_.size()) &&
+           string.data()[-1] == '"' && *end == '"';
   }
 
   JsonText& target_;
@@ -150,11 +160,6 @@ JsonText::JsonText(std::string text) : text_(std::move(text)) {
   error_code error;
   end_ = parser.write_some(false, source.data(), source.size(), error);
   if (error) error_ = error.message();
-}
-
-std::string_view JsonText::stringOf(const Node& node) const {
-  if (node.isUnescaped) return unescaped_[node.data];
-  return std::string_view(text_).substr(node.at + 1, node.data);
 }
 
 std::vector<JsonText::Entry> JsonText::lastEntries(const Value& object) const {

@@ -120,6 +120,8 @@ class JsonText::Range {
   Iterator begin() const { return {*this, first_}; }
   Iterator end() const { return {*this, end_}; }
   bool empty() const { return first_ == end_; }
+  /// Counts them.
+  std::size_t size() const;
 
  private:
   friend class JsonText;
@@ -128,6 +130,11 @@ class JsonText::Range {
   std::size_t end_;
   bool hasKeys_;
 };
+
+inline std::string_view JsonText::stringOf(const Node& node) const {
+  if (node.isUnescaped) return unescaped_[node.data];
+  return {text_.data() + node.at + 1, node.data};
+}
 
 inline JsonText::Range JsonText::entries(const Value& value) const {
   Range range;
@@ -148,6 +155,12 @@ inline JsonText::Entry JsonText::Range::Iterator::operator*() const {
 inline JsonText::Range::Iterator& JsonText::Range::Iterator::operator++() {
   index_ = range_->text_->nodes_[range_->hasKeys_ ? index_ + 1 : index_].next;
   return *this;
+}
+
+inline std::size_t JsonText::Range::size() const {
+  std::size_t count = 0;
+  for (Iterator entry = begin(); entry != end(); ++entry) ++count;
+  return count;
 }
 
 }  // namespace bootforge

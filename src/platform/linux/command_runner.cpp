@@ -4,8 +4,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
-#include <iterator>
+#include <cstdio>
+#include <cstdlib>
 #include <optional>
 #include <string_view>
 
@@ -54,12 +54,18 @@ std::string describeMore(const std::string& program, std::size_t bytes) {
   return program + " wrote " + std::to_string(bytes) + " bytes more";
 }
 
-/// "2", "0.5": as few digits as tell it.
+/// The smallest number that there is has no more.
+constexpr int kMostDecimals = 324;
+
+/// "2", "0.5": as few digits as tell it. Not by std::to_chars, for which alone every start of the
+/// program would load the mathematical library.
 std::string describeSeconds(double seconds) {
   char text[400];
-  const std::to_chars_result end =
-      std::to_chars(std::begin(text), std::end(text), seconds, std::chars_format::fixed);
-  return {text, end.ptr};
+  int decimals = 0;
+  do {
+    std::snprintf(text, sizeof text, "%.*f", decimals, seconds);
+  } while (std::strtod(text, nullptr) != seconds && ++decimals <= kMostDecimals);
+  return text;
 }
 
 std::string describeEnd(const ProgramEnd& end, std::optional<double> timeout) {

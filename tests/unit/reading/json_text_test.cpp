@@ -45,6 +45,9 @@ TEST(JsonText, KnowsThePlaceOfEveryValueAndKey) {
             "object@1 a@2=null@7 b@13=bool@17 c@23=number@29 d@37=string@41 "
             "e@46=array@50 number@52 array@54 ] object@57 } bool@62 ] }");
   EXPECT_EQ(outline("\n\t\r 7"), "number@4");
+  EXPECT_EQ(outline(R"([["",""],1,"\n",{"":2},true])"),
+            "array@0 array@1 string@2 string@5 ] number@9 string@11 object@16 @17=number@20 } "
+            "bool@23 ]");
   EXPECT_EQ(outline(R"("a")"), "string@0");
 }
 
