@@ -59,13 +59,15 @@ TEST_F(NativeFilesTest, BetweenTwoMachinesTheOtherFilesOfTheImageDecide) {
   };
   put("arm.so", objectFor(EM_AARCH64));
   put("intel.so", objectFor(EM_X86_64));
-  // A link is not counted, and what is listed behind one is.
-  for (const char* name : {"a", "b", "c"}) {
-    test::writeFile(std::string("/opt/") + name, objectFor(EM_X86_64));
-    std::filesystem::create_symlink(std::string(kDefaultPluginDirectory) + "/arm.so",
-                                    std::string("/opt/link-") + name);
-  }
-  EXPECT_THAT(plugins(), ElementsAre("intel"));
+  // A link is not counted, and what is listed behind one is. Of as many, the lower number wins.
+  const auto link = [](const char* path) {
+    std::filesystem::create_symlink(std::string(kDefaultPluginDirectory) + "/intel.so", path);
+  };
+  test::writeFile("/opt/0", "");
+  link("/opt/1-first");
+  test::writeFile("/opt/2", objectFor(EM_AARCH64));
+  link("/opt/3-last");
+  EXPECT_THAT(plugins(), ElementsAre("arm"));
 }
 
 TEST_F(NativeFilesTest, FoldersOfTheLoadersConfigurationAreLookedInto) {
