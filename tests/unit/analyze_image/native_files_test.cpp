@@ -57,16 +57,22 @@ TEST_F(NativeFilesTest, BetweenTwoMachinesTheOtherFilesOfTheImageDecide) {
     writer.addRecords();
     return writer.finish();
   };
-  put("arm.so", objectFor(EM_AARCH64));
-  put("intel.so", objectFor(EM_X86_64));
-  // A link is not counted, and what is listed behind one is. Of as many, the lower number wins.
-  const auto link = [](const char* path) {
-    std::filesystem::create_symlink(std::string(kDefaultPluginDirectory) + "/intel.so", path);
-  };
-  test::writeFile("/opt/0", "");
-  link("/opt/1-first");
-  test::writeFile("/opt/2", objectFor(EM_AARCH64));
-  link("/opt/3-last");
+  // An image of its own: below the root of the tests stand programs of the host.
+  options_.root = "/image";
+  const std::string plugin = options_.root + kDefaultPluginDirectory;
+  test::writeFile(plugin + "/arm.so", objectFor(EM_AARCH64));
+  test::writeFile(plugin + "/intel.so", objectFor(EM_X86_64));
+  // Links are not counted, and every file between them is: one less, and both machines are as many,
+  // of which the lower number wins.
+  std::filesystem::create_directories(options_.root + "/opt");
+  for (int number = 0; number < 10; ++number) {
+    const std::string place = options_.root + "/opt/" + std::to_string(number);
+    test::writeFile(place, objectFor(EM_AARCH64));
+    std::filesystem::create_symlink(plugin + "/intel.so", place + "-link");
+    if (number > 0) {
+      test::writeFile(options_.root + "/srv/" + std::to_string(number), objectFor(EM_X86_64));
+    }
+  }
   EXPECT_THAT(plugins(), ElementsAre("arm"));
 }
 
