@@ -35,7 +35,9 @@ exec unshare --cgroup --mount --pid --net --ipc --uts --fork --kill-child sh -ec
     mount -t cgroup2 cgroup2 sys/fs/cgroup
     mount -t tmpfs tmpfs run
     mount -t tmpfs tmpfs tmp
-    exec chroot . env -i container=test PATH=/usr/sbin:/usr/bin:/sbin:/bin \\
+    # Clock and kernel belong to the machine.
+    exec setpriv --bounding-set=-sys_time,-sys_module,-sys_rawio \\
+        chroot . env -i container=test PATH=/usr/sbin:/usr/bin:/sbin:/bin \\
         /sbin/init --log-target=console
 ' sh "$root"
 """
@@ -55,7 +57,7 @@ class Boot:
         return self
 
     def __exit__(self, *_):
-        children = self._children()
+        children = [os.pidfd_open(pid) for pid in self._children()]
         self.process.kill()
         self.process.wait()
         for child in children:
@@ -67,16 +69,17 @@ class Boot:
         self.log.close()
 
     def _children(self):
+        if self.process.poll() is not None:
+            return []
         with open(f"/proc/{self.process.pid}/task/{self.process.pid}/children") as file:
-            return [os.pidfd_open(int(pid)) for pid in file.read().split()]
+            return [int(pid) for pid in file.read().split()]
 
     def run(self, *words):
         """Runs a command inside; returns its status and what it said."""
-        with open(f"/proc/{self.process.pid}/task/{self.process.pid}/children") as file:
-            init = file.read().split()
+        init = self._children()
         if not init:
             return -1, ""
-        done = subprocess.run(["nsenter", "--target", init[0], "--all", "--root", "--wd", *words],
+        done = subprocess.run(["nsenter", "--target", str(init[0]), "--all", "--root", "--wd", *words],
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
                               timeout=LIMIT, check=False)
         return done.returncode, done.stdout

@@ -57,15 +57,23 @@ TEST_F(NativeFilesTest, BetweenTwoMachinesTheOtherFilesOfTheImageDecide) {
     writer.addRecords();
     return writer.finish();
   };
-  put("arm.so", objectFor(EM_AARCH64));
-  put("intel.so", objectFor(EM_X86_64));
-  // A link is not counted, and what is listed behind one is.
-  for (const char* name : {"a", "b", "c"}) {
-    test::writeFile(std::string("/opt/") + name, objectFor(EM_X86_64));
-    std::filesystem::create_symlink(std::string(kDefaultPluginDirectory) + "/arm.so",
-                                    std::string("/opt/link-") + name);
+  // An image of its own: below the root of the tests stand programs of the host.
+  options_.root = "/image";
+  const std::string plugin = options_.root + kDefaultPluginDirectory;
+  test::writeFile(plugin + "/arm.so", objectFor(EM_AARCH64));
+  test::writeFile(plugin + "/intel.so", objectFor(EM_X86_64));
+  // Links are not counted, and every file between them is: one less, and both machines are as many,
+  // of which the lower number wins.
+  std::filesystem::create_directories(options_.root + "/opt");
+  for (int number = 0; number < 10; ++number) {
+    const std::string place = options_.root + "/opt/" + std::to_string(number);
+    test::writeFile(place, objectFor(EM_AARCH64));
+    std::filesystem::create_symlink(plugin + "/intel.so", place + "-link");
+    if (number > 0) {
+      test::writeFile(options_.root + "/srv/" + std::to_string(number), objectFor(EM_X86_64));
+    }
   }
-  EXPECT_THAT(plugins(), ElementsAre("intel"));
+  EXPECT_THAT(plugins(), ElementsAre("arm"));
 }
 
 TEST_F(NativeFilesTest, FoldersOfTheLoadersConfigurationAreLookedInto) {
