@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/sample_boots.h"
 #include "bench/scratch_host.h"
 #include "bench/whole_run.h"
 
@@ -22,27 +23,6 @@ namespace {
 
 std::string pluginDirectory(std::int64_t count) {
   return "/bench/plugins/" + std::to_string(count);
-}
-
-/// Ten plugins in each layer, which open the milestone that the next layer waits for.
-void writePlugins(int count) {
-  for (int i = 0; i < count; ++i) {
-    const std::string here = "layer-" + std::to_string(i / 10);
-    const std::string before = i < 10 ? "" : "\"layer-" + std::to_string(i / 10 - 1) + '"';
-    writeHostFile(pluginDirectory(count) + "/plugin-" + std::to_string(i) + ".json",
-                  "{\n"
-                  "  \"metadata\": {\n"
-                  "    \"version\": 1,\n"
-                  "    \"requires\": [" +
-                      before +
-                      "],\n"
-                      "    \"provides\": [\"" +
-                      here +
-                      "\"]\n"
-                      "  },\n"
-                      "  \"operations\": {\"start\": [\"bench true\"]}\n"
-                      "}\n");
-  }
 }
 
 void boot(benchmark::State& state, const char* option) {
@@ -86,6 +66,8 @@ int main(int argc, char** argv) {
   using namespace bootforge::bench;
   benchmark::Initialize(&argc, argv);
   enterScratchHost();
-  for (const int size : {50, 200, 1'000, 100'000}) writePlugins(size);
+  for (const int size : {50, 200, 1'000, 100'000}) {
+    writeLayeredPlugins(pluginDirectory(size), size);
+  }
   benchmark::RunSpecifiedBenchmarks();
 }

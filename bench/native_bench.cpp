@@ -9,18 +9,16 @@
 
 #include <benchmark/benchmark.h>
 
-#include <boost/filesystem/operations.hpp>
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "bench/sample_boots.h"
 #include "bench/scratch_host.h"
 #include "bench/whole_run.h"
 
 namespace bootforge::bench {
 namespace {
-
-namespace fs = boost::filesystem;
 
 constexpr const char* kPlugin = "/bench/idle_plugin.so";
 constexpr const char* kBareDlopen = "/bench/bare_dlopen";
@@ -30,11 +28,10 @@ std::string directory(std::int64_t count) { return "/bench/native/" + std::to_st
 std::string commands(std::int64_t count) { return directory(count) + ".commands"; }
 
 void writePlugins(int count) {
-  fs::create_directories(directory(count));
+  copyNativePlugins(directory(count), count);
   std::string list;
   for (int i = 0; i < count; ++i) {
     const std::string path = directory(count) + "/libplugin-" + std::to_string(i) + ".so";
-    fs::copy_file(kPlugin, path);
     list += std::string(kBareDlopen) + ' ' + path + '\n';
   }
   writeHostFile(commands(count), list);

@@ -101,6 +101,14 @@ NATIVE = [
     ("start of nativeExecutor", "native/executor", "bare dlopen", "native/bare", 2.0)]
 
 
+PEERS = [
+    (f"{label}, {size:,} services", f"peers/{kind}/{size}", "two-worker spawn loop",
+     f"peers/floor/{size}", None)
+    for kind, label in (("make", "make -j2"), ("ninja", "ninja -j2"),
+                        ("native", "native plugins, --parallel"),
+                        ("json", "commands, --parallel")) for size in SIZES]
+
+
 def print_comparisons(title, comparisons, found):
     rows = []
     for label, ours, floor_label, floor, aim in comparisons:
@@ -116,19 +124,25 @@ def print_comparisons(title, comparisons, found):
 
 
 def print_scheduling(found):
+    workers = (1, 2, 4)
+    has_peer = any(name.startswith("flowGraph/") for name in found)
     rows = []
-    for shape in ("chain", "fan", "layered"):
+    for shape in ("chain", "fan", "layers", "milestones"):
         for size in (10**3, 10**4, 10**5, 10**6):
             names = [f"floorOf/{shape}/{size}",
-                     *(f"scheduling/{shape}/{size}/{workers}" for workers in (1, 2, 4))]
+                     *(f"scheduling/{shape}/{size}/{count}" for count in workers)]
+            if has_peer:
+                names += [f"flowGraph/{shape}/{size}/{count}" for count in workers]
             if all(name in found for name in names):
                 nodes = [found[name] for name in names]
                 rows.append([f"{shape}, {size:,}", *(f"{node.median / size * 1e9:.0f} "
                                                      f"({node.best / size * 1e9:.0f})"
                                                      for node in nodes)])
     if rows:
-        print("## Scheduling\n\nNanoseconds for each node, median (minimum); aim: 150, flat\n")
-        print_table(["shape, nodes", "floor", "1 worker", "2 workers", "4 workers"], rows)
+        print("## Scheduling\n\nNanoseconds for each node, median (minimum)\n")
+        each = ["1 worker", *(f"{count} workers" for count in workers[1:])]
+        print_table(["shape, nodes", "floor", *each,
+                     *(f"oneTBB, {words}" for words in each if has_peer)], rows)
 
 
 # How much more a script may cost among 10,000 than among fewer: as the logarithms grow.
@@ -200,5 +214,6 @@ def print_all(results):
     print_comparisons("Daemons", DAEMON_STARTS, found)
     print_comparisons("Stopping daemons", DAEMON_STOPS, found)
     print_comparisons("Native plugins", NATIVE, found)
+    print_comparisons("Peers", PEERS, found)
     print_processor(found)
     print_memory(found)

@@ -30,6 +30,9 @@ class Executor {
   /// Appends a ready node and sees to it that a worker looks. Called by nodes that become ready.
   void enqueue(Node& node) REQUIRES(graphLock);
 
+  /// How many nodes stand in the queue.
+  std::size_t readyCount() const REQUIRES(graphLock) { return queue_.size(); }
+
   /// One step of a worker: runs the best node to its completion; false when none is ready. The
   /// lock, held once, is given back while the node works.
   bool runOne() REQUIRES(graphLock);

@@ -8,39 +8,38 @@
 
 namespace bootforge {
 
-namespace {
+void Graph::scheduleForward(Executor& executor) const { schedule(Node::kForward, executor); }
 
-/// Waits for all nodes, in whatever order, as all of the waits have to return: one that begins with
-/// those that tend to finish last, so that this thread is woken a few times and not once for each
-/// node. They stand at one end of the list, since a directory lists its files in the order of their
-/// making or the other way round.
-void waitForAll(const std::vector<Node*>& nodes, void (Node::*wait)()) {
-  if (nodes.empty()) return;
-  (nodes.back()->*wait)();
-  (nodes.front()->*wait)();
-  for (auto node = nodes.rbegin(); node != nodes.rend(); ++node) ((*node)->*wait)();
-}
-
-}  // namespace
-
-void Graph::scheduleForward(Executor& executor) const {
-  ScopedLock lock(graphLock);
-  for (Node* node : nodes_) node->scheduleForward(executor);
-}
-
-void Graph::scheduleReverse(Executor& executor) const {
-  ScopedLock lock(graphLock);
-  for (Node* node : nodes_) node->scheduleReverse(executor);
-}
+void Graph::scheduleReverse(Executor& executor) const { schedule(Node::kReverse, executor); }
 
 void Graph::runForward(Executor& executor) const {
   scheduleForward(executor);
-  waitForAll(nodes_, &Node::waitForward);
+  wait(Node::kForward);
 }
 
 void Graph::runReverse(Executor& executor) const {
   scheduleReverse(executor);
-  waitForAll(nodes_, &Node::waitReverse);
+  wait(Node::kReverse);
+}
+
+void Graph::schedule(const Node::Pass& pass, Executor& executor) const {
+  ScopedLock lock(graphLock);
+  for (Node* node : nodes_) node->schedule(pass, executor);
+  if (executor.readyCount() < 2) return;
+  // A choice needs the chains behind those that are ready, and these are all of the graph. From the
+  // end of the list each node finds those behind it computed, where the list has the graph's order.
+  for (auto node = nodes_.rbegin(); node != nodes_.rend(); ++node) (*node)->longestChain(pass);
+}
+
+// The waits have to return in whatever order. They begin with those that tend to finish last, so
+// that this thread is woken a few times and not once for each node: they stand at one end of the
+// list, since a directory lists its files in the order of their making or the other way round.
+void Graph::wait(const Node::Pass& pass) const {
+  if (nodes_.empty()) return;
+  ScopedLock lock(graphLock);
+  nodes_.back()->wait(pass);
+  nodes_.front()->wait(pass);
+  for (auto node = nodes_.rbegin(); node != nodes_.rend(); ++node) (*node)->wait(pass);
 }
 
 void Graph::writeDot(std::ostream& out, const BarrierRegistry& barriers) const {

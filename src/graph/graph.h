@@ -35,6 +35,9 @@ class Graph {
   void writeDot(std::ostream& out, const BarrierRegistry& barriers) const;
 
  private:
+  void schedule(const Node::Pass& pass, Executor& executor) const;
+  void wait(const Node::Pass& pass) const EXCLUDES(graphLock);
+
   std::vector<Node*> nodes_;
 };
 

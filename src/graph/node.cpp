@@ -3,33 +3,19 @@
 #include <algorithm>
 #include <ostream>
 #include <utility>
+#include <vector>
 
 #include "graph/executor.h"
 
 namespace bootforge {
 
-// One direction of travel: whom a node waits for, who waits for it, and the states on its way.
-struct Node::Pass {
-  List Node::*before;
-  List Node::*after;
-  Progress Node::*progress;
-  State waiting;
-  State queued;
-  State done;
-  void (Node::*work)(Executor&);
-
-  bool isFinished(State state) const {
-    return state != State::Idle && state != waiting && state != queued;
-  }
-};
-
 constinit const Node::Pass Node::kForward = {
-    &Node::prerequisites_, &Node::dependents_, &Node::forward_, State::ForwardWaiting,
-    State::ForwardQueued,  State::ForwardDone, &Node::run,
+    &Node::forward_,      &Node::reverse_,    State::ForwardWaiting,
+    State::ForwardQueued, State::ForwardDone,
 };
 constinit const Node::Pass Node::kReverse = {
-    &Node::dependents_,   &Node::prerequisites_, &Node::reverse_,   State::ReverseWaiting,
-    State::ReverseQueued, State::ReverseDone,    &Node::runReverse,
+    &Node::reverse_,      &Node::forward_,    State::ReverseWaiting,
+    State::ReverseQueued, State::ReverseDone,
 };
 
 std::size_t Node::destroyed_ = 0;
@@ -42,20 +28,17 @@ Node::Node(std::string name, std::uint32_t schedulingClass)
 Node::~Node() {
   ScopedLock lock(graphLock);
   ++destroyed_;
+  forgetCountsAround();
   // Nodes are taken apart in the reverse order of their making, so the search begins at the end.
   const auto forget = [this](List& list) {
     const auto entry = std::find(list.rbegin(), list.rend(), this);
     if (entry != list.rend()) list.erase(std::next(entry).base());
   };
-  for (Node* node : prerequisites_) {
-    if (node == this) continue;
-    forget(node->dependents_);
-    node->reverse_ = {};
+  for (Node* node : reverse_.after) {
+    if (node != this) forget(node->forward_.after);
   }
-  for (Node* node : dependents_) {
-    if (node == this) continue;
-    forget(node->prerequisites_);
-    node->forward_ = {};
+  for (Node* node : forward_.after) {
+    if (node != this) forget(node->reverse_.after);
   }
 }
 
@@ -63,10 +46,12 @@ void Node::runReverse(Executor& /*executor*/) {}
 
 void Node::addPrerequisite(Node& other) {
   ScopedLock lock(graphLock);
-  other.height_ = kNotComputed;
-  depth_ = kNotComputed;
-  other.dependents_.push_back(this);
-  prerequisites_.push_back(&other);
+  other.forward_.longest = kNotComputed;
+  other.reverse_.unfinished = kNotCounted;
+  other.forward_.after.push_back(this);
+  reverse_.longest = kNotComputed;
+  forward_.unfinished = kNotCounted;
+  reverse_.after.push_back(&other);
 }
 
 void Node::addDependent(Node& other) { other.addPrerequisite(*this); }
@@ -81,17 +66,26 @@ void Node::scheduleReverse(Executor& executor) {
   schedule(kReverse, executor);
 }
 
-void Node::waitForward() { wait(State::ForwardDone); }
-
-void Node::waitReverse() { wait(State::ReverseDone); }
-
-void Node::wait(State done) {
+void Node::waitForward() {
   ScopedLock lock(graphLock);
-  while (state_ != done) finished_.wait(graphLock);
+  wait(kForward);
+}
+
+void Node::waitReverse() {
+  ScopedLock lock(graphLock);
+  wait(kReverse);
+}
+
+void Node::wait(const Pass& pass) {
+  if (state_ == pass.done) return;
+  ++waiters_;
+  while (state_ != pass.done) finished_.wait(graphLock);
+  --waiters_;
 }
 
 void Node::markForwardDone() {
   ScopedLock lock(graphLock);
+  forgetCountsAround();
   state_ = State::ForwardDone;
 }
 
@@ -99,33 +93,37 @@ const Node::Pass& Node::queuedPass() const {
   return state_ == State::ForwardQueued ? kForward : kReverse;
 }
 
-void Node::perform(const Pass& pass, Executor& executor) { (this->*pass.work)(executor); }
-
-void Node::complete(const Pass& pass, Executor& executor) {
-  state_ = pass.done;
-  for (Node* node : this->*pass.after) {
-    if (node->state_ == pass.waiting) node->schedule(pass, executor);
-  }
-  finished_.notifyAll();
+void Node::perform(const Pass& pass, Executor& executor) {
+  &pass == &kForward ? run(executor) : runReverse(executor);
 }
 
-// Depth first, neighbours in list order, with a stack of its own: a node is queued when all that it
-// waits for has been looked at, exactly as a recursive walk would.
+void Node::complete(const Pass& pass, Executor& executor) {
+  // Scheduled for the other pass while it ran: nobody has counted on this.
+  if (state_ != pass.queued) forgetCountsAround();
+  state_ = pass.done;
+  const List& after = (this->*pass.course).after;
+  bool anyReady = false;
+  for (Node* node : after) {
+    std::int32_t& unfinished = (node->*pass.course).unfinished;
+    if (unfinished > 0) --unfinished;
+    if (unfinished <= 0) anyReady = true;
+  }
+  // Only now, because who waits for this node twice is ready where the list has it first.
+  if (anyReady) {
+    for (Node* node : after) {
+      if (node->state_ == pass.waiting) node->schedule(pass, executor);
+    }
+  }
+  if (waiters_ > 0) finished_.notifyAll();
+}
+
 void Node::schedule(const Pass& pass, Executor& executor) {
   if (!enter(pass)) return;
-  List interrupted;
-  Node* node = this;
-  for (;;) {
-    if (Node* idle = node->nextIdle(pass)) {
-      interrupted.push_back(node);
-      node = idle;
-      node->enter(pass);
-      continue;
-    }
-    if (node->isReady(pass)) node->queue(pass, executor);
-    if (interrupted.empty()) return;
-    node = interrupted.back();
-    interrupted.pop_back();
+  const std::int32_t unfinished = (this->*pass.course).unfinished;
+  if (unfinished == kNotCounted) {
+    countUnfinished(pass, executor);
+  } else if (unfinished == 0) {
+    queue(pass, executor);
   }
 }
 
@@ -135,60 +133,76 @@ bool Node::enter(const Pass& pass) {
   return true;
 }
 
-Node* Node::nextIdle(const Pass& pass) {
-  const List& before = this->*pass.before;
-  Progress& progress = this->*pass.progress;
-  while (progress.visited < before.size()) {
-    Node* const node = before[progress.visited++];
-    if (node->state_ == State::Idle) return node;
+// Depth first, neighbours in list order, with a stack of its own: an idle one is entered and looked
+// at before the next, and a node is queued when all before it have been looked at, exactly as a
+// recursive walk would.
+void Node::countUnfinished(const Pass& pass, Executor& executor) {
+  struct Frame {
+    Node* node;
+    std::size_t index;  // of the next neighbour to be looked at
+    std::int32_t unfinished;
+  };
+  std::vector<Frame> interrupted;
+  Frame frame{this, 0, 0};
+  for (;;) {
+    const List& before = (frame.node->*pass.opposite).after;
+    Node* idle = nullptr;
+    while (frame.index < before.size() && idle == nullptr) {
+      Node* const node = before[frame.index++];
+      if (pass.isFinished(node->state_)) continue;
+      ++frame.unfinished;
+      if (node->state_ == State::Idle) idle = node;
+    }
+    if (idle != nullptr) {
+      interrupted.push_back(frame);
+      idle->enter(pass);
+      frame = {idle, 0, 0};
+      continue;
+    }
+    (frame.node->*pass.course).unfinished = frame.unfinished;
+    if (frame.unfinished == 0) frame.node->queue(pass, executor);
+    if (interrupted.empty()) return;
+    frame = interrupted.back();
+    interrupted.pop_back();
   }
-  return nullptr;
-}
-
-bool Node::isReady(const Pass& pass) {
-  const List& before = this->*pass.before;
-  Progress& progress = this->*pass.progress;
-  while (progress.finished < before.size() && pass.isFinished(before[progress.finished]->state_)) {
-    ++progress.finished;
-  }
-  return progress.finished == before.size();
 }
 
 void Node::queue(const Pass& pass, Executor& executor) {
-  if (pass.isFinished(state_)) {
-    // The node was done in the other pass and takes part in this one too: whoever had counted it as
-    // finished counts anew.
-    for (Node* node : this->*pass.after) (node->*pass.progress).finished = 0;
-  }
+  // From a state of the other pass: whoever counted the node as finished here, or as unfinished
+  // there, counts anew.
+  if (state_ != pass.waiting) forgetCountsAround();
   state_ = pass.queued;
   executor.enqueue(*this);
 }
 
-std::int32_t Node::schedulingWeight() {
-  return state_ == State::ForwardQueued ? longestChain(*this, &Node::dependents_, &Node::height_)
-                                        : longestChain(*this, &Node::prerequisites_, &Node::depth_);
+void Node::forgetCountsAround() {
+  for (Node* node : forward_.after) node->forward_.unfinished = kNotCounted;
+  for (Node* node : reverse_.after) node->reverse_.unfinished = kNotCounted;
 }
 
-std::int32_t Node::longestChain(Node& start, List Node::*next, std::int32_t Node::*length) {
-  if (start.*length >= 0) return start.*length;
+std::int32_t Node::schedulingWeight() { return longestChain(queuedPass()); }
+
+std::int32_t Node::longestChain(const Pass& pass) {
+  if ((this->*pass.course).longest >= 0) return (this->*pass.course).longest;
   struct Frame {
     Node* node;
     std::size_t index;
     std::int32_t longest;
   };
   std::vector<Frame> frames;
-  Frame frame{&start, 0, 0};
+  Frame frame{this, 0, 0};
   for (;;) {
-    frame.node->*length = kBeingComputed;
-    const List& list = frame.node->*next;
+    Course& course = frame.node->*pass.course;
+    course.longest = kBeingComputed;
     Node* unknown = nullptr;
-    for (; frame.index < list.size(); ++frame.index) {
-      const std::int32_t known = list[frame.index]->*length;
+    for (; frame.index < course.after.size(); ++frame.index) {
+      Node* const node = course.after[frame.index];
+      const std::int32_t known = (node->*pass.course).longest;
       // A neighbour that is being computed closes a cycle. Its members never run, so the edge back
       // may count for nothing.
       if (known == kBeingComputed) continue;
       if (known == kNotComputed) {
-        unknown = list[frame.index];
+        unknown = node;
         break;
       }
       frame.longest = std::max(frame.longest, known + 1);
@@ -198,7 +212,7 @@ std::int32_t Node::longestChain(Node& start, List Node::*next, std::int32_t Node
       frame = {unknown, 0, 0};
       continue;
     }
-    frame.node->*length = frame.longest;
+    course.longest = frame.longest;
     if (frames.empty()) return frame.longest;
     frame = frames.back();
     frames.pop_back();
@@ -209,7 +223,7 @@ void Node::writeDot(std::ostream& out) const {
   const auto identifier = [](const Node* node) { return reinterpret_cast<std::uintptr_t>(node); };
   out << identifier(this) << " [label=\"" << name_ << '"' << dotAttributes() << "];" << std::endl;
   ScopedLock lock(graphLock);
-  for (const Node* node : dependents_) {
+  for (const Node* node : forward_.after) {
     out << identifier(this) << " -> " << identifier(node) << ';' << std::endl;
   }
 }

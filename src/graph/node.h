@@ -34,16 +34,18 @@
 // makes it; run() and runReverse() are the only work done without it. They must not throw: nothing
 // on a worker's thread catches, so the process ends.
 //
-// Two things keep a large graph cheap. A node remembers how far into its neighbours it has found
-// everything finished, so a barrier with 100,000 providers is not walked 100,000 times over. And
-// nothing recurses: a chain of a million nodes is walked with a stack of its own.
+// Three things keep a large graph cheap. A node counts those before it that have not finished when
+// it is scheduled, and each that finishes counts itself off: lists are walked once, and a barrier
+// with 100,000 providers is not walked 100,000 times over. Nothing recurses: a chain of a million
+// nodes is walked with a stack of its own. And what the forward pass touches of a node fills one
+// cache line.
 #pragma once
 
+#include <boost/container/small_vector.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 #include <string>
-#include <vector>
 
 #include "util/graph_lock.h"
 
@@ -63,7 +65,9 @@ class Node {
     ReverseDone = 6,
   };
 
-  using List = std::vector<Node*>;
+  /// In the node itself while it is short, as most are: who is next is known without a look
+  /// elsewhere.
+  using List = boost::container::small_vector<Node*, 2>;
 
   /// An idle node without neighbours. Among ready nodes the lowest scheduling class runs first.
   /// Throws Exception when no condition variable can be had.
@@ -82,8 +86,8 @@ class Node {
 
   const std::string& name() const { return name_; }
   std::uint32_t schedulingClass() const { return schedulingClass_; }
-  const List& prerequisites() const REQUIRES(graphLock) { return prerequisites_; }
-  const List& dependents() const REQUIRES(graphLock) { return dependents_; }
+  const List& prerequisites() const REQUIRES(graphLock) { return reverse_.after; }
+  const List& dependents() const REQUIRES(graphLock) { return forward_.after; }
   State state() const REQUIRES(graphLock) { return state_; }
 
   /// This node waits for `other`. Lists keep the order of these calls. Takes the graph lock.
@@ -117,16 +121,41 @@ class Node {
 
  private:
   friend class Executor;
+  friend class Graph;
 
-  // What one direction of travel looks at. `visited` neighbours have been started if they were
-  // idle; `finished` neighbours, counted from the front, were all found finished.
-  struct Progress {
-    std::uint32_t visited = 0;
-    std::uint32_t finished = 0;
+  // What one pass keeps of a node.
+  struct Course {
+    // Those that wait for the node in this pass. Who comes before it stands in the other course.
+    List after;
+    // Nodes on the longest chain of them; see schedulingWeight().
+    std::int32_t longest = kNotComputed;
+    // How many of those before the node have not finished: counted when it is scheduled, and again
+    // after a change that nobody counts off.
+    std::int32_t unfinished = kNotCounted;
   };
-  struct Pass;
+  static constexpr std::int32_t kNotCounted = -1;
+  static constexpr std::int32_t kNotComputed = -1;
+  static constexpr std::int32_t kBeingComputed = -2;
+
+  // One direction of travel: its course and the other one, and the states on its way.
+  struct Pass {
+    Course Node::*course;
+    Course Node::*opposite;
+    State waiting;
+    State queued;
+    State done;
+
+    bool isFinished(State state) const {
+      return state != State::Idle && state != waiting && state != queued;
+    }
+  };
   static const Pass kForward;
   static const Pass kReverse;
+
+  /// As scheduleForward() and scheduleReverse().
+  void schedule(const Pass& pass, Executor& executor) REQUIRES(graphLock);
+  /// As waitForward() and waitReverse().
+  void wait(const Pass& pass) REQUIRES(graphLock);
 
   /// The pass that a queued node is to be run in.
   const Pass& queuedPass() const REQUIRES(graphLock);
@@ -135,33 +164,25 @@ class Node {
   /// Marks the node as done, offers its waiting neighbours to the queue and wakes its waiters.
   void complete(const Pass& pass, Executor& executor) REQUIRES(graphLock);
 
-  void schedule(const Pass& pass, Executor& executor) REQUIRES(graphLock);
   bool enter(const Pass& pass) REQUIRES(graphLock);
-  Node* nextIdle(const Pass& pass) REQUIRES(graphLock);
-  bool isReady(const Pass& pass) REQUIRES(graphLock);
+  void countUnfinished(const Pass& pass, Executor& executor) REQUIRES(graphLock);
   void queue(const Pass& pass, Executor& executor) REQUIRES(graphLock);
-  void wait(State done) EXCLUDES(graphLock);
-  static std::int32_t longestChain(Node& start, List Node::*next, std::int32_t Node::*length)
-      REQUIRES(graphLock);
+  void forgetCountsAround() REQUIRES(graphLock);
+  std::int32_t longestChain(const Pass& pass) REQUIRES(graphLock);
 
   static std::size_t destroyed_ GUARDED_BY(graphLock);
 
-  // Constant after construction.
+  // Guarded by the graph lock, but for the class, which is constant.
   const std::uint32_t schedulingClass_;
-  // Guarded by the graph lock; what a pass touches stands together.
   State state_ GUARDED_BY(graphLock) = State::Idle;
-  std::int32_t height_ GUARDED_BY(graphLock) = kNotComputed;
-  std::int32_t depth_ GUARDED_BY(graphLock) = kNotComputed;
-  Progress forward_ GUARDED_BY(graphLock);
-  Progress reverse_ GUARDED_BY(graphLock);
-  List prerequisites_ GUARDED_BY(graphLock);
-  List dependents_ GUARDED_BY(graphLock);
-  // Notified, under the lock, whenever the node finishes a pass.
+  Course forward_ GUARDED_BY(graphLock);
+  // Threads that sleep on finished_.
+  std::uint32_t waiters_ GUARDED_BY(graphLock) = 0;
+  // Up to here the forward pass comes.
+  Course reverse_ GUARDED_BY(graphLock);
+  // Notified, under the lock, when the node finishes a pass and somebody waits.
   Condition finished_;
   const std::string name_;
-
-  static constexpr std::int32_t kNotComputed = -1;
-  static constexpr std::int32_t kBeingComputed = -2;
 };
 
 }  // namespace bootforge

@@ -6,15 +6,6 @@
 
 namespace bootforge {
 
-void ReadyQueue::push(Node& node) {
-  if (size_++ == 0) {
-    single_ = &node;
-    return;
-  }
-  if (single_ != nullptr) sort(*std::exchange(single_, nullptr));
-  sort(node);
-}
-
 void ReadyQueue::sort(Node& node) {
   const Key key{node.schedulingClass(), node.schedulingWeight()};
   if (latest_ == groups_.end() || latest_->first != key) {
@@ -34,10 +25,17 @@ void ReadyQueue::sort(Node& node) {
 }
 
 ReadyQueue::Choice ReadyQueue::pop() {
-  if (size_ == 0) return {};
+  if (empty()) return {};
   const std::size_t draw = randomize_ ? static_cast<std::size_t>(std::rand()) : 0;
-  --size_;
-  if (single_ != nullptr) return {std::exchange(single_, nullptr), 0};
+  if (size() == 1 && sorted_ == 0) {
+    Node* const only = arrivals_.back();
+    arrivals_.clear();
+    return {only, 0};
+  }
+  for (Node* node : arrivals_) sort(*node);
+  sorted_ += arrivals_.size();
+  arrivals_.clear();
+  --sorted_;
   const auto best = groups_.begin();
   Peers& peers = best->second;
   Node* const node = randomize_ ? peers.take(draw % peers.present) : peers.takeFirst();

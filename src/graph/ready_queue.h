@@ -20,9 +20,9 @@ class ReadyQueue {
  public:
   explicit ReadyQueue(bool randomize) : randomize_(randomize) {}
 
-  bool empty() const REQUIRES(graphLock) { return size_ == 0; }
-  std::size_t size() const REQUIRES(graphLock) { return size_; }
-  void push(Node& node) REQUIRES(graphLock);
+  bool empty() const REQUIRES(graphLock) { return size() == 0; }
+  std::size_t size() const REQUIRES(graphLock) { return arrivals_.size() + sorted_; }
+  void push(Node& node) REQUIRES(graphLock) { arrivals_.push_back(&node); }
   /// A node that was taken out, null for none, and how many others of its class and weight were
   /// there: equally good, so that only their order of arrival (or chance) decided.
   struct Choice {
@@ -65,10 +65,10 @@ class ReadyQueue {
   void retire(Groups::iterator group) REQUIRES(graphLock);
 
   const bool randomize_;
-  std::size_t size_ GUARDED_BY(graphLock) = 0;
-  // The only node, while there is one only: it is the best choice whatever its key, so that a chain
-  // never pays for keys.
-  Node* single_ GUARDED_BY(graphLock) = nullptr;
+  // Those that have come since the last choice, in order. They are sorted for the next one, unless
+  // there is one only: it is the best choice whatever its key, so that a chain never pays for keys.
+  std::vector<Node*> arrivals_ GUARDED_BY(graphLock);
+  std::size_t sorted_ GUARDED_BY(graphLock) = 0;
   Groups groups_ GUARDED_BY(graphLock);
   Groups::iterator latest_ GUARDED_BY(graphLock) = groups_.end();
   // Emptied groups with their memory, for the next key.

@@ -20,13 +20,14 @@ protocol: src/graph/executor.cpp Executor::enqueue 96c0d9a523681aa3
 protocol: src/graph/executor.cpp Executor::wakeWorkerIfNeeded 0129fec45ad43c20
 protocol: src/graph/executor.cpp Executor::runOne fa04b27535c578d6
 protocol: src/graph/executor.cpp Executor::work 2a7b17466f08b452
-protocol: src/graph/ready_queue.cpp ReadyQueue::push c80428497d678273
-protocol: src/graph/ready_queue.cpp ReadyQueue::pop ec0e923912c2fd67
-protocol: src/graph/node.cpp Node::schedule b84bd291f9a097ad
+protocol: src/graph/ready_queue.h push f8ff99a6732e7276
+protocol: src/graph/ready_queue.cpp ReadyQueue::pop 54871a748e586327
+protocol: src/graph/node.cpp Node::schedule 912208f94f000f06
 protocol: src/graph/node.cpp Node::enter 5dfd089e59bc846e
-protocol: src/graph/node.cpp Node::queue 13145929b13ebb4f
-protocol: src/graph/node.cpp Node::complete b60cc43b82e0b87b
-protocol: src/graph/node.cpp Node::wait e58ffa13c33982a0
+protocol: src/graph/node.cpp Node::countUnfinished 6e74f53150a47dba
+protocol: src/graph/node.cpp Node::queue f0b4785273d03c0c
+protocol: src/graph/node.cpp Node::complete 3f3ac9b49e2716b3
+protocol: src/graph/node.cpp Node::wait 5b88d4f93beabd83
 protocol: src/util/recursive_mutex.h RecursiveMutex 26c7176fbf323491
 protocol: src/util/recursive_mutex.cpp Condition::wait 0b2c1533042aeca7
 
@@ -37,6 +38,7 @@ variant: SLEEPS_UNCOUNTED        who goes to sleep does not count itself out
 variant: SPURIOUS_UNCOUNTED      who is woken for no reason does not count itself in
 variant: QUEUES_TWICE            a node that stands in the queue is put there again
 variant: STOPS_ONE               stop wakes one worker instead of all
+variant: WAITS_UNCOUNTED         who waits for a node does not count itself
 */
 
 #ifndef WORKERS
@@ -66,6 +68,7 @@ byte asleep;                    /* workers in the wait that nobody has woken */
 byte leaving;                   /* workers in the wait that somebody has woken */
 byte ended;
 bool mainSleeps;                /* in the wait for a node */
+byte waiters;                   /* as the nodes count them, all together */
 byte spurious = SPURIOUS;
 
 /* Threads, as the members of Executor count them. */
@@ -143,8 +146,8 @@ proctype worker() {
           release();
           /* finished_.notifyAll(): of this node, for which main may be waiting, or not. */
           if
-          :: mainSleeps = false
-          :: done < NODES
+          :: waiters > 0 -> mainSleeps = false
+          :: waiters == 0 || done < NODES
           fi
         }
      :: else ->
@@ -214,9 +217,19 @@ init {
      if
      :: done == NODES -> unlock(); break
      :: else ->
-        mainSleeps = true;
+        atomic {
+#ifndef WAITS_UNCOUNTED
+          waiters++;
+#endif
+          mainSleeps = true
+        }
         unlock();
-        !mainSleeps
+        !mainSleeps;
+        lock();
+#ifndef WAITS_UNCOUNTED
+        waiters--;
+#endif
+        unlock()
      fi
   od;
 

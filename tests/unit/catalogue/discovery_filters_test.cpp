@@ -21,10 +21,10 @@ class DiscoveryFilters : public DiscoveryTest {
   }
 
   /// The nodes that provide a milestone.
-  std::vector<Node*> providersOf(const char* milestone) {
+  Node::List providersOf(const char* milestone) {
     ScopedLock lock(graphLock);
     InitBarrier* const barrier = catalogue.barriers.lookupBarrier(milestone, false);
-    return barrier == nullptr ? std::vector<Node*>() : barrier->prerequisites();
+    return barrier == nullptr ? Node::List() : barrier->prerequisites();
   }
 };
 
@@ -177,7 +177,7 @@ TEST_F(DiscoveryFilters, ARejectedPluginIsDoneAndStaysTiedToItsMilestones) {
   metadata.provides = R"(["rejected-net-up"])";
   metadata.runOnce = "true";
   discoverWith(metadata);
-  const std::vector<Node*> providers = providersOf("rejected-net-up");
+  const Node::List providers = providersOf("rejected-net-up");
   ASSERT_EQ(providers.size(), 1U);
   EXPECT_EQ(providers.front()->name(), "net");
   EXPECT_EQ(stateOf(*providers.front()), Node::State::ForwardDone);

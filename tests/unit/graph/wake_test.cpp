@@ -24,16 +24,42 @@ TEST(Wake, IsNotGivenByANodeThatIsMarkedAsDone) {
   EXPECT_EQ(signalCount(), signals);
 }
 
+/// Waits until as many have gone to sleep, all told.
+bool waitsReach(int count) {
+  for (int round = 0; round < 10'000 && waitCount() < count; ++round) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  // Who counts itself in sleeps as soon as it has given the lock back.
+  const ScopedLock lock(graphLock);
+  return waitCount() >= count;
+}
+
 TEST(Wake, IsGivenToTheWaitersOfANodeWhenItIsDone) {
   DrawnGraph graph("a");
   Executor executor(0, false);
   graph["a"].scheduleForward(executor);
-  const int before = broadcastCount();
+  const int asleep = waitCount();
+  const int broadcasts = broadcastCount();
+  const auto first = std::async(std::launch::async, [&graph] { graph["a"].waitForward(); });
+  const auto second = std::async(std::launch::async, [&graph] { graph["a"].waitForward(); });
+  ASSERT_TRUE(waitsReach(asleep + 2));
   EXPECT_TRUE(step(executor));
-  EXPECT_EQ(broadcastCount(), before + 1);
+  EXPECT_EQ(broadcastCount(), broadcasts + 1);
+  for (const auto* waiter : {&first, &second}) {
+    EXPECT_EQ(waiter->wait_for(std::chrono::seconds(20)), std::future_status::ready);
+  }
+}
+
+TEST(Wake, IsNotGivenWhereNobodyWaits) {
+  DrawnGraph graph("a");
+  Executor executor(0, false);
+  const int broadcasts = broadcastCount();
+  graph["a"].scheduleForward(executor);
+  EXPECT_TRUE(step(executor));
   graph["a"].scheduleReverse(executor);
   EXPECT_TRUE(step(executor));
-  EXPECT_EQ(broadcastCount(), before + 2);
+  graph["a"].waitReverse();
+  EXPECT_EQ(broadcastCount(), broadcasts);
 }
 
 // The one worker goes from node to node by itself: it is woken for the first one at most.
@@ -44,16 +70,6 @@ TEST(Wake, IsGivenToTheOnlyWorkerOnceAtMostForAWholeGraph) {
   Graph(graph.nodes()).runForward(executor);
   EXPECT_LE(signalCount(), before + 1);
   EXPECT_EQ(graph.journal().names().size(), 11U);
-}
-
-/// Waits until as many have gone to sleep, all told.
-bool waitsReach(int count) {
-  for (int round = 0; round < 10'000 && waitCount() < count; ++round) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  // Who counts itself in sleeps as soon as it has given the lock back.
-  const ScopedLock lock(graphLock);
-  return waitCount() >= count;
 }
 
 TEST(Wake, WithoutAReasonLeavesTheWorkersReadyForMore) {
