@@ -1,8 +1,9 @@
 // The same work by programs of other makers that run commands in the order of a graph: so many
-// services, ten to a layer, each of which runs /bin/true once, by two workers.
+// services, ten to a layer, each of which runs /bin/true once.
 //
-// "floor" is bench/floor_spawn, which knows no order. "make" and "ninja" are those programs, and
-// "json" and "native" are bootforge --init --parallel over plugins of those kinds.
+// "floor" is bench/floor_spawn, which knows no order. "make" and "ninja" are those programs; all of
+// these have two workers. "json" and "native" are bootforge --init --parallel over plugins of those
+// kinds, with as many workers as it takes.
 
 #include <benchmark/benchmark.h>
 #include <unistd.h>
