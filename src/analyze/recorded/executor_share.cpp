@@ -50,7 +50,7 @@ std::optional<std::int64_t> commonMultiple(const std::vector<Stretch>& stretches
   return static_cast<std::int64_t>(multiple);
 }
 
-/// The integral of 1/k from the first stretch up to any moment, times `unit`.
+/// The integral of 1/k from the first stretch up to a moment not before it, times `unit`.
 template <typename Number>
 class Advance {
  public:
@@ -68,7 +68,6 @@ class Advance {
     const auto place = std::upper_bound(
         stretches_.begin(), stretches_.end(), moment,
         [](std::int64_t value, const Stretch& stretch) { return value < stretch.start; });
-    if (place == stretches_.begin()) return 0;
     const auto index = static_cast<std::size_t>(place - stretches_.begin()) - 1;
     const std::int64_t within = std::min(moment, stretches_[index].end) - stretches_[index].start;
     return before_[index] + rates_[index] * static_cast<Number>(within);
@@ -89,7 +88,7 @@ void shareExecutor(std::vector<TimedPlugin>& plugins) {
   const Advance<Wide> exact(multiple ? stretches : std::vector<Stretch>(), unit);
   const Advance<long double> rough(stretches, 1);
   for (TimedPlugin& plugin : plugins) {
-    if (!plugin.ran) continue;
+    if (!plugin.ran || plugin.run == 0) continue;
     if (!plugin.usesExecutor) {
       plugin.work = plugin.run;
       plugin.exactWork = static_cast<long double>(plugin.run);
