@@ -132,6 +132,7 @@ void ElfMemory::readRelocations(std::uint64_t address, std::uint64_t size) {
 // set, for the 63 pointers behind it.
 void ElfMemory::readPackedRelocations(std::uint64_t address, std::uint64_t size) {
   constexpr std::uint64_t kPointer = 8;
+  constexpr std::uint64_t kBits = 63;
   std::uint64_t next = 0;
   // A bitmap names up to 63 pointers, any number of which need not be in the file.
   std::size_t left = file_.size() / kPointer;
@@ -147,10 +148,10 @@ void ElfMemory::readPackedRelocations(std::uint64_t address, std::uint64_t size)
       next = *entry + kPointer;
       continue;
     }
-    for (std::uint64_t bits = *entry >> 1, place = next; bits != 0; bits >>= 1, place += kPointer) {
-      if ((bits & 1) != 0) relocate(place);
+    for (std::uint64_t bit = 0; bit < kBits; ++bit) {
+      if ((*entry >> (bit + 1) & 1) != 0) relocate(next + bit * kPointer);
     }
-    next += 63 * kPointer;
+    next += kBits * kPointer;
   }
 }
 

@@ -178,22 +178,22 @@ TEST(NativeObjectTest, PackedRelocationsReachEachOf63PointersBehindAnAddress) {
 }
 
 /// A plugin's object in which one kind of entry of the dynamic section means nothing.
-std::string objectWithout(std::uint64_t tag) {
+std::string objectWithout(std::int64_t tag) {
   ObjectWriter writer;
   writer.addRecords();
   std::string file = writer.finish();
   for (std::size_t at = 0; at + sizeof(Elf64_Dyn) <= file.size(); at += 8) {
     Elf64_Dyn entry;
     std::memcpy(&entry, &file[at], sizeof entry);
-    if (static_cast<std::uint64_t>(entry.d_tag) != tag || entry.d_un.d_val == 0) continue;
-    const std::uint64_t other = DT_DEBUG;
+    if (entry.d_tag != tag || entry.d_un.d_val == 0) continue;
+    const std::int64_t other = DT_DEBUG;
     std::memcpy(&file[at], &other, sizeof other);
   }
   return file;
 }
 
 TEST(NativeObjectTest, WithoutOneOfItsTablesAnObjectHasNoSymbols) {
-  for (const std::uint64_t tag : {DT_STRTAB, DT_SYMTAB, DT_HASH}) {
+  for (const std::int64_t tag : {DT_STRTAB, DT_SYMTAB, DT_HASH}) {
     const NativeObject object = readNativeObject(objectWithout(tag));
     EXPECT_THAT(object.unloadable, IsEmpty()) << tag;
     EXPECT_THAT(object.missingSymbols, SizeIs(2)) << tag;
@@ -202,7 +202,7 @@ TEST(NativeObjectTest, WithoutOneOfItsTablesAnObjectHasNoSymbols) {
 
 TEST(NativeObjectTest, WithoutPlaceOrSizeOfItsRelocationsAnObjectHasNone) {
   EXPECT_THAT(readNativeObject(objectWithout(DT_DEBUG)).record.provides, ElementsAre("up"));
-  for (const std::uint64_t tag : {DT_RELA, DT_RELASZ}) {
+  for (const std::int64_t tag : {DT_RELA, DT_RELASZ}) {
     const NativeObject object = readNativeObject(objectWithout(tag));
     EXPECT_TRUE(object.isGood()) << tag;
     EXPECT_THAT(object.record.provides, IsEmpty()) << tag;

@@ -61,6 +61,7 @@ TEST_P(Program, IsAwaitedInTheWayOfThisRunAndNotForEver) {
     EXPECT_TRUE(runShell("exit 0").endedWell());
     EXPECT_EQ(pidfdBehaviour.refused, GetParam() == 0 ? 0 : 1);
     EXPECT_TRUE(runProgram({"/bin/true"}, 1000.0).endedWell());
+    EXPECT_TRUE(runShell("head -c 300000 /dev/zero >&2").endedWell());
   });
   EXPECT_EQ(child.status, 0) << child.out;
 }
