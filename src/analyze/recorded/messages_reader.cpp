@@ -5,17 +5,12 @@
 #include <vector>
 
 #include "analyze/recorded/message_line.h"
+#include "analyze/recorded/prefix.h"
 
 namespace bootforge::analyze {
 namespace {
 
 using Outcome = PluginMessages::Outcome;
-
-bool take(std::string_view& text, std::string_view prefix) {
-  if (!text.starts_with(prefix)) return false;
-  text.remove_prefix(prefix.size());
-  return true;
-}
 
 bool takeEnd(std::string_view& text, std::string_view suffix) {
   if (!text.ends_with(suffix)) return false;

@@ -10,6 +10,7 @@
 namespace bootforge::analyze {
 namespace {
 
+using test::kElsewhere;
 using test::ObjectWriter;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -34,8 +35,6 @@ TEST(NativeObjectTest, APointerThatNoRelocationTouchesLeadsNowhere) {
   EXPECT_THAT(object.unloadable, IsEmpty());
   EXPECT_THAT(object.recordFaults, ElementsAre(native::kWildPointer));
 }
-
-constexpr std::uint64_t kElsewhere = std::uint64_t{1} << 40;
 
 struct Machine {
   const char* name;

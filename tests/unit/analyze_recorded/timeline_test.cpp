@@ -13,7 +13,7 @@ namespace bootforge::analyze {
 namespace {
 
 using test::boot;
-using test::json;
+using test::described;
 using test::kBegin;
 using test::native;
 using test::ran;
@@ -51,7 +51,7 @@ TEST(Timeline, SharersOfTheExecutorAdvanceAtTheirShare) {
   // a: 0..30 alone, 30..60 with b, 60..90 with b and c: 30 + 15 + 10
   const Timeline timeline =
       makeTimeline(boot({ran("a", 0, 90), ran("b", 30, 91), ran("c", 60, 90), ran("n", 0, 90)}),
-                   {json("a"), json("b"), json("c"), native("n")}, nullptr);
+                   {described("a"), described("b"), described("c"), native("n")}, nullptr);
   EXPECT_EQ(timeline.plugins[0].work, 55);
   EXPECT_EQ(timeline.plugins[0].waitExecutor, 35);
   EXPECT_EQ(timeline.plugins[1].work, 26);
@@ -61,8 +61,8 @@ TEST(Timeline, SharersOfTheExecutorAdvanceAtTheirShare) {
 }
 
 TEST(Timeline, HalfAMicrosecondIsRoundedUp) {
-  const Timeline timeline =
-      makeTimeline(boot({ran("a", 0, 5), ran("b", 0, 5)}), {json("a"), json("b")}, nullptr);
+  const Timeline timeline = makeTimeline(boot({ran("a", 0, 5), ran("b", 0, 5)}),
+                                         {described("a"), described("b")}, nullptr);
   EXPECT_EQ(timeline.plugins[0].work, 3);
   EXPECT_EQ(timeline.plugins[0].exactWork, 2.5L);
 }
@@ -72,7 +72,7 @@ TEST(Timeline, ManySharersAreCountedToo) {
   std::vector<KnownPlugin> known;
   for (int number = 0; number < 100; ++number) {
     lines.push_back(ran("p" + std::to_string(number), number, 100'000));
-    known.push_back(json("p" + std::to_string(number)));
+    known.push_back(described("p" + std::to_string(number)));
   }
   const Timeline timeline = makeTimeline(boot(lines), known, nullptr);
   long double sum = 0;
