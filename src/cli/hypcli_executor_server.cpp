@@ -31,7 +31,7 @@ namespace {
 constexpr const char* kOutputFile = "/var/log/bootforge-hypcli-stdout.log";
 constexpr const char* kProcessName = "bootforge-cli";
 constexpr int kBacklog = 16;
-constexpr int kPauseMilliseconds = 100;
+constexpr int kAcceptPauseMilliseconds = 100;
 
 // What the poll loop is told about the listening socket.
 constexpr int kClassSet = 1;
@@ -85,7 +85,7 @@ void handleConnection(void* clientData) {
   if (!connection) {
     // The connection goes on waiting, so the loop comes back at once. Out of memory that would do
     // nothing but fill the disk with this line.
-    ::poll(nullptr, 0, kPauseMilliseconds);
+    ::poll(nullptr, 0, kAcceptPauseMilliseconds);
     keepReserve();
     return;
   }

@@ -13,7 +13,7 @@
 namespace bootforge {
 namespace {
 
-enum Option : int {
+enum LongOption : int {
   kHelp = 'h',
   kInit = 128,
   kPluginFlags,
@@ -34,7 +34,7 @@ enum Option : int {
   kDaemonWaitTimeout,
 };
 
-constexpr option kOptions[] = {
+constexpr option kLongOptions[] = {
     {"help", no_argument, nullptr, kHelp},
     {"init", no_argument, nullptr, kInit},
     {"plugin-flags", required_argument, nullptr, kPluginFlags},
@@ -125,7 +125,7 @@ std::optional<CommandLine> parseCommandLine(int argc, char** argv) {
   CommandLine commandLine;
   RunOptions& options = RunOptions::instance();
   opterr = 0;  // a usage error is one line, ours
-  for (int code; (code = getopt_long(argc, argv, "h", kOptions, nullptr)) != -1;) {
+  for (int code; (code = getopt_long(argc, argv, "h", kLongOptions, nullptr)) != -1;) {
     const std::string argument = optarg != nullptr ? optarg : "";
     switch (code) {
       case kHelp:

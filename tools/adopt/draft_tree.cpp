@@ -11,9 +11,6 @@
 namespace bootforge::adopt {
 namespace {
 
-constexpr mode_t kNewFile = 0644;
-constexpr mode_t kNewFolder = 0755;
-
 /// As the format quotes names that are no plain words.
 std::string quoted(const std::string& name) {
   std::string text;

@@ -17,8 +17,6 @@ namespace bootforge::adopt {
 namespace {
 
 constexpr mode_t kPermissions = 07777;
-constexpr mode_t kNewFile = 0644;
-constexpr mode_t kNewFolder = 0755;
 constexpr int kMostLinks = 40;
 
 Entry::Kind kindOf(mode_t mode) {

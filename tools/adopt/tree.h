@@ -16,6 +16,10 @@ class Failure : public Exception {
   Failure(const std::string& path, int error);
 };
 
+/// Permissions of what did not stand there before.
+inline constexpr mode_t kNewFile = 0644;
+inline constexpr mode_t kNewFolder = 0755;
+
 /// What stands at a path; a link is looked at itself.
 struct Entry {
   enum class Kind { kNothing, kFile, kLink, kFolder, kOther };

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "reading/nearest.h"
+#include "tools/hypcli/path.h"
 
 namespace hypcli {
 namespace {
@@ -18,13 +19,7 @@ using host_linux::CommandRegistry;
 using host_linux::joinWords;
 using host_linux::Parameter;
 
-using Path = std::vector<std::string>;
-
 constexpr std::size_t kMostSuggestions = 3;
-
-bool beginsWith(const Path& path, const Path& start) {
-  return path.size() >= start.size() && std::equal(start.begin(), start.end(), path.begin());
-}
 
 /// The words that lead from a namespace to its commands and to the namespaces in it.
 std::set<std::string> nextWords(const CommandRegistry& registry, const Path& start) {

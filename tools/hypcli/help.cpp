@@ -8,6 +8,7 @@
 
 #include "platform/linux/command_line.h"
 #include "platform/linux/text.h"
+#include "tools/hypcli/path.h"
 
 namespace hypcli {
 namespace {
@@ -17,12 +18,7 @@ using host_linux::CommandRegistry;
 using host_linux::joinWords;
 using host_linux::Parameter;
 
-using Path = std::vector<std::string>;
 using Rows = std::vector<std::pair<std::string, std::string>>;
-
-bool beginsWith(const Path& path, const Path& start) {
-  return path.size() >= start.size() && std::equal(start.begin(), start.end(), path.begin());
-}
 
 /// Command files are written by others: nothing in them commands a terminal.
 void print(const std::string& text) {

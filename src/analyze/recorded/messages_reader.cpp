@@ -5,17 +5,12 @@
 #include <vector>
 
 #include "analyze/recorded/message_line.h"
+#include "analyze/recorded/prefix.h"
 
 namespace bootforge::analyze {
 namespace {
 
 using Outcome = PluginMessages::Outcome;
-
-bool take(std::string_view& text, std::string_view prefix) {
-  if (!text.starts_with(prefix)) return false;
-  text.remove_prefix(prefix.size());
-  return true;
-}
 
 bool takeEnd(std::string_view& text, std::string_view suffix) {
   if (!text.ends_with(suffix)) return false;
@@ -168,7 +163,7 @@ class Stream {
   std::size_t placeOf(std::string_view text, std::string_view separator) const {
     const std::size_t first = text.find(separator);
     for (std::size_t place = first; place != std::string_view::npos;
-         place = text.find(separator, place + 1)) {
+         place = text.find(separator, place + separator.size())) {
       if (isMentioned(text.substr(0, place))) return place;
     }
     return first;

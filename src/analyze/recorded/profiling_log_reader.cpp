@@ -1,9 +1,10 @@
 #include "analyze/recorded/profiling_log_reader.h"
 
-#include <charconv>
 #include <chrono>
 #include <utility>
 
+#include "analyze/recorded/prefix.h"
+#include "reading/number.h"
 #include "util/utf8.h"
 
 namespace bootforge::analyze {
@@ -11,17 +12,10 @@ namespace {
 
 using Kind = ProfileSection::Kind;
 
-constexpr std::string_view kHead = "HVKernel Initialization Time: ";
+constexpr std::string_view kKernelTime = "HVKernel Initialization Time: ";
 constexpr std::size_t kToldLines = 3;
 constexpr std::size_t kToldSections = 10;
 constexpr std::size_t kLongestName = 255;  // a file's
-
-/// Takes a prefix off a text.
-bool take(std::string_view& text, std::string_view prefix) {
-  if (!text.starts_with(prefix)) return false;
-  text.remove_prefix(prefix.size());
-  return true;
-}
 
 /// Takes exactly `digits` decimal digits off a text, and the character behind them.
 bool takeNumber(std::string_view& text, std::size_t digits, char behind, int& value) {
@@ -114,7 +108,7 @@ class Reader {
   /// one, so the first line decides, which has none of its own.
   static bool hasCarriageReturns(std::string_view text) {
     const std::string_view first = text.substr(0, text.find('\n'));
-    return first.starts_with(kHead) && first.ends_with('\r');
+    return first.starts_with(kKernelTime) && first.ends_with('\r');
   }
 
   bool isName(std::string_view name) const { return isName_ && isName_(name); }
@@ -172,13 +166,12 @@ class Reader {
   }
 
   bool readHead(std::string_view line) {
-    if (!take(line, kHead) || line.starts_with('-')) return false;
-    std::int64_t value = 0;
-    const auto [end, error] = std::from_chars(line.data(), line.data() + line.size(), value);
-    if (error != std::errc() || end != line.data() + line.size()) return false;
+    if (!take(line, kKernelTime) || line.starts_with('-')) return false;
+    const auto microseconds = numberIn<std::int64_t>(line);
+    if (!microseconds) return false;
     ProfileSection& section = openSection(Kind::Boot);
     section.headed = true;
-    section.kernelMicroseconds = value;
+    section.kernelMicroseconds = microseconds;
     return true;
   }
 

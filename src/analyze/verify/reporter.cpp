@@ -10,7 +10,7 @@ namespace {
 // Bytes of a line that are shown before and behind a place.
 constexpr std::size_t kBefore = 60;
 constexpr std::size_t kBehind = 90;
-constexpr const char* kCut = "...";
+constexpr const char* kEllipsis = "...";
 // Bytes of UTF-8.
 constexpr std::size_t kLongestCharacter = 4;
 
@@ -62,9 +62,9 @@ Excerpt TextReporter::excerptAt(std::size_t offset) const {
   std::size_t end = std::min(lineEnd, offset + kBehind);
   while (end < lineEnd && end > offset && isContinuation(text_[end])) --end;
   const std::string before =
-      (begin > lineAt_ ? kCut : "") + printable(text_.substr(begin, offset - begin));
+      (begin > lineAt_ ? kEllipsis : "") + printable(text_.substr(begin, offset - begin));
   const std::string after =
-      printable(text_.substr(offset, end - offset)) + (end < lineEnd ? kCut : "");
+      printable(text_.substr(offset, end - offset)) + (end < lineEnd ? kEllipsis : "");
   return {before + after, displayWidth(before)};
 }
 

@@ -11,13 +11,13 @@
 namespace bootforge::analyze {
 namespace {
 
+using test::kElsewhere;
 using test::ObjectWriter;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
 constexpr std::size_t kLargestFile = 16U << 20;
-constexpr std::uint64_t kElsewhere = std::uint64_t{1} << 40;
 constexpr std::int64_t kPackedRelocations = 36;
 constexpr std::int64_t kPackedRelocationsSize = 35;
 

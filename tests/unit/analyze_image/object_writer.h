@@ -10,6 +10,9 @@
 
 namespace bootforge::test {
 
+/// An address that no segment covers.
+inline constexpr std::uint64_t kElsewhere = std::uint64_t{1} << 40;
+
 /// Writes an object piece by piece. One segment takes the whole file, so that addresses are
 /// offsets; the headers of segments are the last thing in it, and this segment's the last of those.
 class ObjectWriter {

@@ -27,8 +27,8 @@ inline ProfileSection boot(std::vector<ProfiledPlugin> plugins) {
   return section;
 }
 
-inline KnownPlugin json(std::string name, std::vector<std::string> required = {},
-                        std::vector<std::string> provided = {}) {
+inline KnownPlugin described(std::string name, std::vector<std::string> required = {},
+                             std::vector<std::string> provided = {}) {
   KnownPlugin plugin;
   plugin.name = std::move(name);
   plugin.required = std::move(required);
@@ -39,7 +39,7 @@ inline KnownPlugin json(std::string name, std::vector<std::string> required = {}
 
 inline KnownPlugin native(std::string name, std::vector<std::string> required = {},
                           std::vector<std::string> provided = {}) {
-  KnownPlugin plugin = json(std::move(name), std::move(required), std::move(provided));
+  KnownPlugin plugin = described(std::move(name), std::move(required), std::move(provided));
   plugin.kind = KnownPlugin::Kind::Native;
   plugin.hasCommands = false;
   return plugin;

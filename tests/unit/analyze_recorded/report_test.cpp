@@ -23,7 +23,7 @@ using testing::StartsWith;
 
 struct Sample {
   std::vector<KnownPlugin> known = {native("late", {"M", "gone"}), native("unused"),
-                                    test::json("early", {}, {"M"})};
+                                    test::described("early", {}, {"M"})};
   BootMessages messages;
   Timeline timeline;
 

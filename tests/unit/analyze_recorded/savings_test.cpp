@@ -10,7 +10,7 @@ namespace bootforge::analyze {
 namespace {
 
 using test::boot;
-using test::json;
+using test::described;
 using test::native;
 using test::ran;
 
@@ -35,7 +35,7 @@ TEST(Savings, AreWhatTheSimulatedBootEndsSooner) {
 }
 
 TEST(Savings, NativePluginLeavesTheExecutorToTheOthers) {
-  const std::vector<KnownPlugin> known = {json("a"), json("b")};
+  const std::vector<KnownPlugin> known = {described("a"), described("b")};
   const Timeline timeline =
       makeTimeline(boot({ran("a", 0, 200), ran("b", 0, 200)}), known, nullptr);
   ASSERT_EQ(timeline.plugins[0].work, 100);
@@ -60,7 +60,7 @@ TEST(Savings, CriticalChainAndThoseWithMostWorkComeFirst) {
 }
 
 TEST(Savings, WhatHasNoWorkSavesNothing) {
-  const std::vector<KnownPlugin> known = {json("a"), native("b")};
+  const std::vector<KnownPlugin> known = {described("a"), native("b")};
   const Timeline timeline = makeTimeline(boot({ran("a", 0, 0), ran("b", 0, 10)}), known, nullptr);
   const Savings savings = findSavings(timeline, known, 0);
   ASSERT_TRUE(savings.plugins[0]);
@@ -77,7 +77,7 @@ TEST(Savings, OfABootInWhichNothingRanAreNone) {
 }
 
 TEST(Simulation, NativePluginDoesNotShareTheExecutor) {
-  const std::vector<KnownPlugin> known = {json("a"), json("b")};
+  const std::vector<KnownPlugin> known = {described("a"), described("b")};
   const Timeline timeline =
       makeTimeline(boot({ran("a", 0, 200), ran("b", 0, 200)}), known, nullptr);
   EXPECT_EQ(simulate(timeline, known, {{}, {}, {"a"}}, 2).makespan, 100);

@@ -11,7 +11,7 @@ namespace bootforge::analyze {
 namespace {
 
 using test::boot;
-using test::json;
+using test::described;
 using test::native;
 using test::ran;
 using testing::ElementsAre;
@@ -38,7 +38,7 @@ TEST(Simulation, LongestChainRunsFirst) {
 }
 
 TEST(Simulation, ExecutorIsShared) {
-  const std::vector<KnownPlugin> known = {json("a"), json("b"), native("n")};
+  const std::vector<KnownPlugin> known = {described("a"), described("b"), native("n")};
   const Timeline timeline =
       makeTimeline(boot({ran("a", 0, 100), ran("b", 100, 150), ran("n", 0, 10)}), known, nullptr);
   const Simulation simulation = simulate(timeline, known, {}, 8);

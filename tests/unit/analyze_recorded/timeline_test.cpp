@@ -3,7 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <string>
+#include <utility>
 
 #include "analyze/recorded/blame.h"
 #include "tests/unit/analyze_recorded/recorded_boot.h"
@@ -13,7 +16,7 @@ namespace bootforge::analyze {
 namespace {
 
 using test::boot;
-using test::json;
+using test::described;
 using test::kBegin;
 using test::native;
 using test::ran;
@@ -51,7 +54,7 @@ TEST(Timeline, SharersOfTheExecutorAdvanceAtTheirShare) {
   // a: 0..30 alone, 30..60 with b, 60..90 with b and c: 30 + 15 + 10
   const Timeline timeline =
       makeTimeline(boot({ran("a", 0, 90), ran("b", 30, 91), ran("c", 60, 90), ran("n", 0, 90)}),
-                   {json("a"), json("b"), json("c"), native("n")}, nullptr);
+                   {described("a"), described("b"), described("c"), native("n")}, nullptr);
   EXPECT_EQ(timeline.plugins[0].work, 55);
   EXPECT_EQ(timeline.plugins[0].waitExecutor, 35);
   EXPECT_EQ(timeline.plugins[1].work, 26);
@@ -61,8 +64,8 @@ TEST(Timeline, SharersOfTheExecutorAdvanceAtTheirShare) {
 }
 
 TEST(Timeline, HalfAMicrosecondIsRoundedUp) {
-  const Timeline timeline =
-      makeTimeline(boot({ran("a", 0, 5), ran("b", 0, 5)}), {json("a"), json("b")}, nullptr);
+  const Timeline timeline = makeTimeline(boot({ran("a", 0, 5), ran("b", 0, 5)}),
+                                         {described("a"), described("b")}, nullptr);
   EXPECT_EQ(timeline.plugins[0].work, 3);
   EXPECT_EQ(timeline.plugins[0].exactWork, 2.5L);
 }
@@ -72,7 +75,7 @@ TEST(Timeline, ManySharersAreCountedToo) {
   std::vector<KnownPlugin> known;
   for (int number = 0; number < 100; ++number) {
     lines.push_back(ran("p" + std::to_string(number), number, 100'000));
-    known.push_back(json("p" + std::to_string(number)));
+    known.push_back(described("p" + std::to_string(number)));
   }
   const Timeline timeline = makeTimeline(boot(lines), known, nullptr);
   long double sum = 0;
@@ -188,6 +191,35 @@ TEST(Blame, BarsFitTheTerminal) {
       EXPECT_LE(displayWidth(text.substr(begin, end - begin)), width);
       begin = end + 1;
     }
+  }
+}
+
+/// The heading and the row of a table with one plugin, whose bar is as long as the table has room.
+std::pair<std::string, std::string> blameOfOne(std::size_t width) {
+  const Timeline timeline = makeTimeline(boot({ran("one", 0, 999'000)}), {}, nullptr);
+  const std::string text = blame(timeline, BlameOrder::Start, Format::Text, {width, false}).output;
+  const std::size_t heading = text.find("start");
+  const std::size_t row = text.find('\n', heading) + 1;
+  return {text.substr(heading, row - 1 - heading), text.substr(row, text.size() - 1 - row)};
+}
+
+TEST(Blame, ColumnsGiveWayWhereTheBarWouldBeShorterThanTwelve) {
+  const auto placeOfBar = [](const std::string& heading) { return heading.find("timeline"); };
+  const std::string all = blameOfOne(200).first;
+  const std::size_t enoughForAll = placeOfBar(all) + 12;
+  const std::string few = blameOfOne(enoughForAll - 1).first;
+  const std::size_t enoughForFew = placeOfBar(few) + 12;
+  const std::string fewest = blameOfOne(1).first;
+  EXPECT_THAT(all, testing::MatchesRegex("start +waited +for worker +run +executor +slack +worker "
+                                         "+name +timeline"));
+  EXPECT_THAT(few, testing::MatchesRegex("start +for worker +run +slack +name +timeline"));
+  EXPECT_THAT(fewest, testing::MatchesRegex("start +run +name +timeline"));
+  for (std::size_t width = 1; width < 200; ++width) {
+    const auto& [heading, row] = blameOfOne(width);
+    EXPECT_EQ(heading, width >= enoughForAll ? all : width >= enoughForFew ? few : fewest);
+    const std::size_t place = placeOfBar(heading);
+    const std::size_t room = width < place + 12 ? 12 : width - place;
+    EXPECT_EQ(displayWidth(row), place + std::min<std::size_t>(room, 60)) << width;
   }
 }
 

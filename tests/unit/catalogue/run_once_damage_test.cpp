@@ -10,17 +10,17 @@
 #include "catalogue/run_once_record.h"
 #include "tests/support/scratch_root.h"
 #include "tests/unit/catalogue/gzip.h"
+#include "tests/unit/catalogue/record_path.h"
 
 namespace bootforge {
 namespace {
 
 using test::gzipped;
+using test::kRecordPath;
 using test::writeFile;
 using testing::IsEmpty;
 
 using Keys = std::set<std::string>;
-
-constexpr const char* kRecordPath = "/bootbank/bootfrge.gz";
 
 Keys loadFrom(const std::string& bytes) {
   writeFile(kRecordPath, bytes);

@@ -17,19 +17,19 @@
 #include "tests/support/own_process.h"
 #include "tests/support/scratch_root.h"
 #include "tests/unit/catalogue/gzip.h"
+#include "tests/unit/catalogue/record_path.h"
 #include "util/regular_file.h"
 
 namespace bootforge {
 namespace {
 
 using test::gzipped;
+using test::kRecordPath;
 using test::writeFile;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 using Keys = std::set<std::string>;
-
-constexpr const char* kRecordPath = "/bootbank/bootfrge.gz";
 
 class RunOnceLoad : public testing::Test {
  protected:

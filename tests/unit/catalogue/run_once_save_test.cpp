@@ -18,6 +18,7 @@
 #include "tests/support/file_size_limit.h"
 #include "tests/support/scratch_root.h"
 #include "tests/unit/catalogue/gzip.h"
+#include "tests/unit/catalogue/record_path.h"
 
 namespace bootforge {
 namespace {
@@ -25,6 +26,7 @@ namespace {
 using doubles::failCall;
 using test::FileSizeLimit;
 using test::gunzipped;
+using test::kRecordPath;
 using test::readFile;
 using test::writeFile;
 using testing::ElementsAre;
@@ -32,8 +34,6 @@ using testing::IsEmpty;
 using testing::MatchesRegex;
 
 using Keys = std::set<std::string>;
-
-constexpr const char* kRecordPath = "/bootbank/bootfrge.gz";
 
 class RunOnceSave : public testing::Test {
  protected:

@@ -29,8 +29,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-HypcliExecutor& client() { return HypcliExecutor::instance(); }
-
 /// Answers one request with some bytes.
 std::function<void(const UniqueFd&)> answering(std::string bytes) {
   return [bytes = std::move(bytes)](const UniqueFd& connection) {

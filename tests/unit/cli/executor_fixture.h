@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "cli/hypcli_executor.h"
 #include "tests/double/recorder.h"
 #include "util/unique_fd.h"
 
@@ -47,6 +48,9 @@ class Process {
   pid_t number_;
   UniqueFd handle_;  // none when it had ended before
 };
+
+/// What is under test: the one client of this process.
+inline HypcliExecutor& client() { return HypcliExecutor::instance(); }
 
 /// All lines of the log, in order.
 std::vector<doubles::Record> logRecords();

@@ -28,8 +28,6 @@ using doubles::waitForRecord;
 using testing::ElementsAre;
 using testing::StartsWith;
 
-HypcliExecutor& client() { return HypcliExecutor::instance(); }
-
 const doubles::Record kRefused = logLine(2, "Failed connecting to executor Connection refused\n");
 
 class Restart : public ExecutorTest {};

@@ -24,7 +24,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr const char* kPidFile = "/var/run/nimbus/hvsyslogd.pid";
-constexpr const char* kUpgrade = "/usr/lib/nimbus/hvsyslog/bin/upgrade-syslog.conf.sh";
+constexpr const char* kUpgradeScript = "/usr/lib/nimbus/hvsyslog/bin/upgrade-syslog.conf.sh";
 
 volatile std::sig_atomic_t reloads = 0;
 
@@ -132,7 +132,7 @@ TEST_F(SyslogReload, ASignalThatCannotBeSentIsTold) {
 TEST_F(SyslogReload, AnOldConfigurationIsUpgradedBeforeTheSignal) {
   writeOwnPid();
   writeFile("/etc/syslog.conf", "");
-  writeFile(kUpgrade, "#!/bin/sh\necho \"$#\" > /tmp/upgraded\n", 0755);
+  writeFile(kUpgradeScript, "#!/bin/sh\necho \"$#\" > /tmp/upgraded\n", 0755);
   failCall("kill", {.error = ESRCH, .times = 0});
   reloadSyslogDaemon();
   EXPECT_EQ(readFile("/tmp/upgraded"), "0\n");
@@ -143,7 +143,7 @@ TEST_F(SyslogReload, AnOldConfigurationIsUpgradedBeforeTheSignal) {
 TEST_F(SyslogReload, TheUpgradeHasEndedWhenTheSignalIsSent) {
   // The upgrade itself writes the pid file, so without it there is nobody to signal.
   writeFile("/etc/syslog.conf", "");
-  writeFile(kUpgrade,
+  writeFile(kUpgradeScript,
             "#!/bin/sh\nsleep 0.1\necho " + std::to_string(::getpid()) + " > " + kPidFile + "\n",
             0755);
   reloadSyslogDaemon();
@@ -154,7 +154,7 @@ TEST_F(SyslogReload, TheUpgradeHasEndedWhenTheSignalIsSent) {
 TEST_F(SyslogReload, AnyKindOfOldConfigurationCounts) {
   writeOwnPid();
   std::filesystem::create_directories("/etc/syslog.conf");
-  writeFile(kUpgrade, "#!/bin/sh\n: > /tmp/upgraded\n", 0755);
+  writeFile(kUpgradeScript, "#!/bin/sh\n: > /tmp/upgraded\n", 0755);
   reloadSyslogDaemon();
   EXPECT_TRUE(exists("/tmp/upgraded"));
 }
@@ -162,7 +162,7 @@ TEST_F(SyslogReload, AnyKindOfOldConfigurationCounts) {
 TEST_F(SyslogReload, AnOldConfigurationThatCannotBeLookedForIsTold) {
   writeOwnPid();
   std::filesystem::create_symlink("syslog.conf", "/etc/syslog.conf");
-  writeFile(kUpgrade, "#!/bin/sh\n: > /tmp/upgraded\n", 0755);
+  writeFile(kUpgradeScript, "#!/bin/sh\n: > /tmp/upgraded\n", 0755);
   reloadSyslogDaemon();
   EXPECT_FALSE(exists("/tmp/upgraded"));
   EXPECT_EQ(reloads, 1);
@@ -173,7 +173,7 @@ TEST_F(SyslogReload, AnOldConfigurationThatCannotBeLookedForIsTold) {
 
 TEST_F(SyslogReload, WithoutAnOldConfigurationNothingIsUpgraded) {
   writeOwnPid();
-  writeFile(kUpgrade, "#!/bin/sh\n: > /tmp/upgraded\n", 0755);
+  writeFile(kUpgradeScript, "#!/bin/sh\n: > /tmp/upgraded\n", 0755);
   reloadSyslogDaemon();
   EXPECT_FALSE(exists("/tmp/upgraded"));
   EXPECT_EQ(reloads, 1);
@@ -183,7 +183,7 @@ TEST_F(SyslogReload, AnUpgradeThatFailsIsTheUpgradesOwnMatter) {
   writeOwnPid();
   writeFile("/etc/syslog.conf", "");
   reloadSyslogDaemon();  // there is no such script, as the shell says
-  writeFile(kUpgrade, "#!/bin/sh\nexit 3\n", 0755);
+  writeFile(kUpgradeScript, "#!/bin/sh\nexit 3\n", 0755);
   reloadSyslogDaemon();
   EXPECT_EQ(reloads, 2);
   EXPECT_THAT(records(), IsEmpty());
@@ -192,7 +192,8 @@ TEST_F(SyslogReload, AnUpgradeThatFailsIsTheUpgradesOwnMatter) {
 TEST_F(SyslogReload, TheUpgradeDiesOfABrokenPipeAgain) {
   writeOwnPid();
   writeFile("/etc/syslog.conf", "");
-  writeFile(kUpgrade, "#!/bin/sh\n(yes; echo $? > /tmp/status) | head -n 1 > /dev/null\n", 0755);
+  writeFile(kUpgradeScript, "#!/bin/sh\n(yes; echo $? > /tmp/status) | head -n 1 > /dev/null\n",
+            0755);
   std::signal(SIGPIPE, SIG_IGN);
   reloadSyslogDaemon();
   std::signal(SIGPIPE, SIG_DFL);

@@ -201,15 +201,15 @@ TEST_F(Dump, ARelativePathIsBelowTheRoot) {
 
 TEST_F(Dump, InInitModeTheDaemonsAreStartedAndReloadedAllTheSame) {
   writeFile("/etc/init.d/evtd", "#!/bin/sh\necho started > /tmp/evtd\n", 0755);
-  static volatile std::sig_atomic_t reloads = 0;
-  std::signal(SIGUSR1, [](int) { reloads = reloads + 1; });
+  static volatile std::sig_atomic_t signals = 0;
+  std::signal(SIGUSR1, [](int) { signals = signals + 1; });
   writeFile("/var/run/nimbus/hvsyslogd.pid", std::to_string(::getpid()));
   const Outcome outcome = bootforge({"--init", "--dump-dependency-tree", kBoth});
   std::signal(SIGUSR1, SIG_DFL);
   EXPECT_EQ(outcome.status, 0);
   expectGraph(outcome.out);
   EXPECT_TRUE(exists("/tmp/evtd"));
-  EXPECT_EQ(reloads, 1);
+  EXPECT_EQ(signals, 1);
   expectNothingRan();
   expectClosed();
 }

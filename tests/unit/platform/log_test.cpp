@@ -20,6 +20,7 @@
 #include "platform/product_state.h"
 #include "tests/support/scratch_root.h"
 #include "tests/unit/platform/child.h"
+#include "tests/unit/platform/stdout_log.h"
 #include "tests/unit/platform/wrapped_calls.h"
 
 namespace bootforge::test {
@@ -46,13 +47,6 @@ class Config {
  private:
   Dictionary* dictionary_ = Dictionary_Create();
 };
-
-/// What messages look like without the part that differs from run to run.
-void logToStdoutPlainly() {
-  Config config;
-  config.set("log.useTimeStamps.stdio", false);
-  ASSERT_TRUE(Log_AddOutput(Log_NewStdioOutput("bootforge", config, 0)));
-}
 
 std::string withoutPids(const std::string& text) {
   return boost::regex_replace(text, boost::regex("\\[[0-9]+\\]"), "[PID]");

@@ -10,19 +10,12 @@
 #include <thread>
 #include <vector>
 
-#include "platform/dictionary.h"
 #include "platform/log.h"
 #include "tests/unit/platform/child.h"
+#include "tests/unit/platform/stdout_log.h"
 
 namespace bootforge::test {
 namespace {
-
-void logToStdoutPlainly() {
-  Dictionary* config = Dictionary_Create();
-  Dict_SetBool(config, false, "log.useTimeStamps.stdio");
-  ASSERT_TRUE(Log_AddOutput(Log_NewStdioOutput("bootforge", config, 0)));
-  Dictionary_Free(config);
-}
 
 std::vector<std::string> linesOf(const std::string& text) {
   std::vector<std::string> lines;

@@ -9,6 +9,7 @@
 #include <cerrno>
 
 #include "tests/double/faults.h"
+#include "tests/support/open_descriptor.h"
 #include "tests/support/own_process.h"
 #include "tests/support/refused_call.h"
 #include "tests/support/scratch_root.h"
@@ -17,8 +18,6 @@
 
 namespace bootforge::test {
 namespace {
-
-bool isOpen(int fd) { return ::fcntl(fd, F_GETFD) != -1; }
 
 bool isNullDevice(int fd) {
   struct stat ours {};

@@ -8,12 +8,12 @@
 #include <utility>
 
 #include "tests/double/faults.h"
+#include "tests/support/open_descriptor.h"
 
 namespace bootforge::test {
 namespace {
 
 int openNull() { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); }
-bool isOpen(int fd) { return ::fcntl(fd, F_GETFD) != -1; }
 
 static_assert(!std::is_copy_constructible_v<UniqueFd> && !std::is_copy_assignable_v<UniqueFd>);
 static_assert(std::is_nothrow_move_constructible_v<UniqueFd>);
