@@ -5,13 +5,13 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <charconv>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <stdexcept>
 
 #include "reading/name_list.h"
+#include "reading/number.h"
 #include "util/afstream.h"
 #include "util/regular_file.h"
 #include "util/system_error.h"
@@ -85,11 +85,8 @@ ImageOptions CommonOptions::image() const {
 
 std::optional<std::int64_t> wholeNumber(std::string_view text) {
   constexpr std::int64_t kBeyond = 1'000'000'000'000'000'000;
-  std::int64_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  if (text.starts_with('-') || number >= kBeyond) return std::nullopt;
-  return number;
+  const auto number = numberIn<std::int64_t>(text);
+  return text.starts_with('-') || number >= kBeyond ? std::nullopt : number;
 }
 
 CLI::Validator isWholeNumber() {

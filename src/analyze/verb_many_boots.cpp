@@ -1,7 +1,6 @@
 // The verbs about many recorded boots.
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <memory>
 #include <optional>
@@ -11,6 +10,7 @@
 #include "analyze/recorded/comparison.h"
 #include "analyze/recorded/fleet.h"
 #include "analyze/verbs.h"
+#include "reading/number.h"
 
 namespace bootforge::analyze {
 namespace {
@@ -35,10 +35,8 @@ struct CompareOptions : BootOptions {
 
 /// A finite number without a sign.
 std::optional<double> percentage(std::string_view text) {
-  double number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  if (!std::isfinite(number) || std::signbit(number)) return std::nullopt;
+  const auto number = numberIn<double>(text);
+  if (!number || !std::isfinite(*number) || std::signbit(*number)) return std::nullopt;
   return number;
 }
 

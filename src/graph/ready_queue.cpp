@@ -82,9 +82,8 @@ void ReadyQueue::Peers::append(Node& node, bool counted) {
 }
 
 void ReadyQueue::Peers::recount() {
-  counts.assign(nodes.size(), 0);
+  counts.assign(nodes.size(), 1);
   for (std::size_t position = 1; position <= nodes.size(); ++position) {
-    counts[position - 1] += nodes[position - 1] != nullptr ? 1 : 0;
     const std::size_t next = position + (position & (~position + 1));
     if (next <= nodes.size()) counts[next - 1] += counts[position - 1];
   }

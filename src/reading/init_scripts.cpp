@@ -1,19 +1,12 @@
 #include "reading/init_scripts.h"
 
 #include <algorithm>
-#include <charconv>
 #include <sstream>
+
+#include "reading/number.h"
 
 namespace bootforge {
 namespace {
-
-std::optional<int> number(std::string_view text) {
-  int value = 0;
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc() || rest != end) return std::nullopt;
-  return value;
-}
 
 /// Calls `take` with each line and its offset until it returns true; whether it did.
 template <typename Take>
@@ -57,10 +50,10 @@ std::optional<int> startPriorityIn(std::string_view script) {
     std::string levels;
     std::string start;
     std::string stop;
-    if (!(words >> key >> levels >> start >> stop) || key != "chkconfig:" || !number(stop)) {
+    if (!(words >> key >> levels >> start >> stop) || key != "chkconfig:" || !numberIn<int>(stop)) {
       return false;
     }
-    priority = number(start);
+    priority = numberIn<int>(start);
     return true;
   });
   return priority;
@@ -76,7 +69,7 @@ std::optional<int> startNumberOf(std::string_view link, std::string_view name) {
   if (!link.starts_with('S') || link.size() <= name.size() + 1 || !link.ends_with(name)) {
     return std::nullopt;
   }
-  return number(link.substr(1, link.size() - name.size() - 1));
+  return numberIn<int>(link.substr(1, link.size() - name.size() - 1));
 }
 
 }  // namespace bootforge

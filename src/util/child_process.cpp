@@ -30,8 +30,7 @@ void resetReservedSignals() {
 void resetSignals() {
   for (int signal = 1; signal < NSIG; ++signal) ::signal(signal, SIG_DFL);
   resetReservedSignals();
-  sigset_t none;
-  sigemptyset(&none);
+  const sigset_t none{};
   ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
 }
 

@@ -30,8 +30,14 @@ std::nullopt_t tooLarge() {
   return std::nullopt;
 }
 
-/// Reads to the end, which is also where the size, if it is known, says.
-std::optional<std::string> readFrom(const UniqueFd& file, std::optional<std::size_t> size) {
+}  // namespace
+
+UniqueFd openRegularFile(const char* path) {
+  off_t size = 0;
+  return openWithSize(path, &size);
+}
+
+std::optional<std::string> readAll(const UniqueFd& file, std::optional<std::size_t> size) {
   if (size > kReadLimit) return tooLarge();
   std::string content;
   // One byte more than expected, so that a file that has grown shows by a full buffer.
@@ -50,20 +56,11 @@ std::optional<std::string> readFrom(const UniqueFd& file, std::optional<std::siz
   return content;
 }
 
-}  // namespace
-
-UniqueFd openRegularFile(const char* path) {
-  off_t size = 0;
-  return openWithSize(path, &size);
-}
-
-std::optional<std::string> readAll(const UniqueFd& file) { return readFrom(file, std::nullopt); }
-
 std::optional<std::string> readRegularFile(const char* path) {
   off_t size = 0;
   UniqueFd file = openWithSize(path, &size);
   if (!file) return std::nullopt;
-  return readFrom(file, static_cast<std::size_t>(size));
+  return readAll(file, static_cast<std::size_t>(size));
 }
 
 }  // namespace bootforge

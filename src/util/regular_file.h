@@ -19,8 +19,8 @@ inline constexpr std::size_t kReadLimit = std::size_t{16} << 20;
 UniqueFd openRegularFile(const char* path);
 
 /// The rest of an open file, or nothing and errno when reading fails; EFBIG when there is more than
-/// kReadLimit.
-std::optional<std::string> readAll(const UniqueFd& file);
+/// kReadLimit. `size`, where it is known, is what it was to have: then that ends it, too.
+std::optional<std::string> readAll(const UniqueFd& file, std::optional<std::size_t> size = {});
 
 /// The whole content of a regular file, or nothing and errno when it cannot be opened or read;
 /// EFBIG when there is more than kReadLimit.

@@ -21,9 +21,8 @@ class SpawnSettings {
  public:
   SpawnSettings() {
     sigset_t all;
-    sigset_t none;
+    const sigset_t none{};
     std::memset(&all, 0xff, sizeof all);  // sigfillset(3) leaves out those of the C library
-    sigemptyset(&none);
     note(::posix_spawn_file_actions_init(&actions_));
     note(::posix_spawnattr_init(&attributes_));
     note(::posix_spawnattr_setsigdefault(&attributes_, &all));

@@ -178,6 +178,9 @@ class RecordedVerbs(RecordedCase):
                       ["--workers", "1", "--set", "wbe=1"], ["--workers", "1", "--without", "x"]):
             self.run_verb("simulate", *words, status=2)
             self.assertTrue(self.errors)
+        for change in ("web", "=5", "web="):
+            self.run_verb("simulate", "--workers", "1", "--set", change, status=2)
+            self.assertIn(f"--set {change}: not of the form NAME=MICROSECONDS", self.errors)
 
     def test_exports_are_what_they_say(self):
         self.assertEqual(len(json.loads(self.run_verb("export", "--format", "trace"))["traceEvents"]),

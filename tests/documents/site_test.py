@@ -20,11 +20,12 @@ SKIPPED = 77
 
 
 class Page(html.parser.HTMLParser):
-    """What a page links to, what it loads, and the places in it that a link may name."""
+    """What a page links to (in its navigation, too), what it loads, and the places in it that a link
+    may name."""
 
     def __init__(self, text):
         super().__init__()
-        self.links, self.loaded, self.places = [], [], set()
+        self.links, self.navigation, self.loaded, self.places = [], [], [], set()
         self.feed(text)
 
     def handle_starttag(self, tag, attrs):
@@ -33,6 +34,8 @@ class Page(html.parser.HTMLParser):
             self.places.add(attributes["id"])
         if tag == "a" and "href" in attributes:
             self.links.append(attributes["href"])
+            if "md-nav__link" in (attributes.get("class") or "").split():
+                self.navigation.append(attributes["href"])
         elif tag == "link" and attributes.get("rel") != "canonical":
             self.loaded.append(attributes["href"])
         elif tag in ("script", "img") and "src" in attributes:
@@ -87,7 +90,7 @@ class Site(unittest.TestCase):
 
     def test_each_document_is_in_the_navigation(self):
         start = {self.target(f"{self.folder}/index.html", link)
-                 for link in self.pages[f"{self.folder}/index.html"].links
+                 for link in self.pages[f"{self.folder}/index.html"].navigation
                  if not re.match(r"[a-z]+:", link)}
         for page in self.pages:
             if page.startswith(f"{self.folder}/docs/"):

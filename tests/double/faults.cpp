@@ -59,6 +59,9 @@ enum Call : std::size_t {
   kPoll,
   kSpawnActionsInit,
   kSpawnActionsAddDup2,
+  kSpawnActionsDestroy,
+  kSpawnAttributesInit,
+  kSpawnAttributesDestroy,
   kSpawn,
   kPipe,
   kFlock,
@@ -66,13 +69,19 @@ enum Call : std::size_t {
   kCalls
 };
 
-constexpr std::string_view kNames[] = {
-    "socket",         "connect",  "bind",    "listen",    "accept",     "recv",
-    "send",           "fork",     "waitpid", "daemon",    "rename",     "chmod",
-    "stat",           "mkstemp",  "fsync",   "read",      "close",      "pthread_cond_init",
-    "pthread_create", "dup2",     "open",    "kill",      "chdir",      "setsid",
-    "calloc",         "snprintf", "signal",  "poll",      "spawn_init", "spawn_dup2",
-    "posix_spawn",    "pipe",     "flock",   "getsockopt"};
+constexpr std::string_view kNames[] = {"socket",         "connect",        "bind",
+                                       "listen",         "accept",         "recv",
+                                       "send",           "fork",           "waitpid",
+                                       "daemon",         "rename",         "chmod",
+                                       "stat",           "mkstemp",        "fsync",
+                                       "read",           "close",          "pthread_cond_init",
+                                       "pthread_create", "dup2",           "open",
+                                       "kill",           "chdir",          "setsid",
+                                       "calloc",         "snprintf",       "signal",
+                                       "poll",           "spawn_init",     "spawn_dup2",
+                                       "spawn_destroy",  "spawnattr_init", "spawnattr_destroy",
+                                       "posix_spawn",    "pipe",           "flock",
+                                       "getsockopt"};
 static_assert(std::size(kNames) == kCalls);
 
 /// One call's plan and counts.
@@ -437,6 +446,26 @@ int __real_posix_spawn_file_actions_adddup2(posix_spawn_file_actions_t*, int, in
 int __wrap_posix_spawn_file_actions_adddup2(posix_spawn_file_actions_t* actions, int from, int to) {
   if (const int error = errorFor(kSpawnActionsAddDup2); error != 0) return error;
   return __real_posix_spawn_file_actions_adddup2(actions, from, to);
+}
+
+int __real_posix_spawn_file_actions_destroy(posix_spawn_file_actions_t*);
+int __wrap_posix_spawn_file_actions_destroy(posix_spawn_file_actions_t* actions) {
+  const int error = errorFor(kSpawnActionsDestroy);
+  const int result = __real_posix_spawn_file_actions_destroy(actions);
+  return error != 0 ? error : result;
+}
+
+int __real_posix_spawnattr_init(posix_spawnattr_t*);
+int __wrap_posix_spawnattr_init(posix_spawnattr_t* attributes) {
+  if (const int error = errorFor(kSpawnAttributesInit); error != 0) return error;
+  return __real_posix_spawnattr_init(attributes);
+}
+
+int __real_posix_spawnattr_destroy(posix_spawnattr_t*);
+int __wrap_posix_spawnattr_destroy(posix_spawnattr_t* attributes) {
+  const int error = errorFor(kSpawnAttributesDestroy);
+  const int result = __real_posix_spawnattr_destroy(attributes);
+  return error != 0 ? error : result;
 }
 
 int __real_posix_spawn(pid_t*, const char*, const posix_spawn_file_actions_t*,

@@ -24,8 +24,9 @@ struct Fault {
 /// bind, listen, accept (also accept4), recv, send, fork, waitpid, daemon, rename, chmod (also
 /// fchmod), stat, mkstemp (also mkostemp), fsync, read, close, pthread_cond_init, pthread_create,
 /// dup2, open, kill, chdir, setsid, calloc, snprintf, signal (also sigaction), poll, posix_spawn,
-/// spawn_init and spawn_dup2 (of posix_spawn_file_actions), pipe (pipe2), flock, getsockopt. Any
-/// other name aborts. A failing close closes all the same.
+/// spawn_init, spawn_dup2 and spawn_destroy (of posix_spawn_file_actions), spawnattr_init and
+/// spawnattr_destroy, pipe (pipe2), flock, getsockopt. Any other name aborts. What closes or
+/// destroys does so also when it fails.
 void failCall(std::string_view call, Fault fault);
 
 /// Runs `action` once, in this process, right after the next call of that name that succeeds.

@@ -33,7 +33,7 @@ std::vector<Indices> groupsOf(const WaitGraph& graph) {
     isOpen[node] = 1;
   };
   for (Index root = 0; root < graph.size(); ++root) {
-    if (number[root] != kNone || graph.isDone(root)) continue;
+    if (number[root] != kNone) continue;
     std::vector<Frame> frames{{root, 0}};
     enter(root);
     while (!frames.empty()) {

@@ -62,9 +62,13 @@ ElfMemory::ElfMemory(std::string_view file) : file_(file) {
   if (flags && (*flags & DF_1_PIE) != 0) {
     fail("cannot dynamically load position-independent executable");
   }
-  readRelocations(dynamic(DT_RELA).value_or(0), dynamic(DT_RELASZ).value_or(0));
-  readPackedRelocations(dynamic(kPackedRelocations).value_or(0),
-                        dynamic(kPackedRelocationsSize).value_or(0));
+  const auto readTable = [this](std::int64_t place, std::int64_t length, auto readIt) {
+    const std::optional<std::uint64_t> address = dynamic(place);
+    const std::optional<std::uint64_t> size = dynamic(length);
+    if (address && size) (this->*readIt)(*address, std::min<std::uint64_t>(*size, file_.size()));
+  };
+  readTable(DT_RELA, DT_RELASZ, &ElfMemory::readRelocations);
+  readTable(kPackedRelocations, kPackedRelocationsSize, &ElfMemory::readPackedRelocations);
 }
 
 void ElfMemory::readHeaders() {
@@ -107,7 +111,6 @@ void ElfMemory::readDynamic(std::uint64_t offset, std::uint64_t size) {
 
 void ElfMemory::readRelocations(std::uint64_t address, std::uint64_t size) {
   constexpr std::uint64_t kEntry = sizeof(Elf64_Rela);
-  size = std::min<std::uint64_t>(size, file_.size());
   for (std::uint64_t at = 0; at + kEntry <= size; at += kEntry) {
     const auto offset = read<std::uint64_t>(address + at);
     const auto info = read<std::uint64_t>(address + at + 8);
@@ -129,7 +132,7 @@ void ElfMemory::readRelocations(std::uint64_t address, std::uint64_t size) {
 // set, for the 63 pointers behind it.
 void ElfMemory::readPackedRelocations(std::uint64_t address, std::uint64_t size) {
   constexpr std::uint64_t kPointer = 8;
-  size = std::min<std::uint64_t>(size, file_.size());
+  constexpr std::uint64_t kBits = 63;
   std::uint64_t next = 0;
   // A bitmap names up to 63 pointers, any number of which need not be in the file.
   std::size_t left = file_.size() / kPointer;
@@ -145,10 +148,10 @@ void ElfMemory::readPackedRelocations(std::uint64_t address, std::uint64_t size)
       next = *entry + kPointer;
       continue;
     }
-    for (std::uint64_t bits = *entry >> 1, place = next; bits != 0; bits >>= 1, place += kPointer) {
-      if ((bits & 1) != 0) relocate(place);
+    for (std::uint64_t bit = 0; bit < kBits; ++bit) {
+      if ((*entry >> (bit + 1) & 1) != 0) relocate(next + bit * kPointer);
     }
-    next += 63 * kPointer;
+    next += kBits * kPointer;
   }
 }
 
@@ -221,10 +224,11 @@ std::optional<std::string> ElfMemory::readText(std::uint64_t address) const {
 std::vector<std::string> ElfMemory::dynamicStrings(std::int64_t tag, char separator) const {
   std::vector<std::string> strings;
   std::size_t length = 0;
-  const std::uint64_t table = dynamic(DT_STRTAB).value_or(0);
+  const std::optional<std::uint64_t> table = dynamic(DT_STRTAB);
+  if (!table) return strings;
   for (const GElf_Dyn& entry : dynamic_) {
     if (entry.d_tag != tag) continue;
-    const auto text = readText(table + entry.d_un.d_val);
+    const auto text = readText(*table + entry.d_un.d_val);
     if (!text) continue;
     length += text->size();
     if (length > kLongestStrings) fail("the names of its libraries and folders are too long");
@@ -236,36 +240,37 @@ std::vector<std::string> ElfMemory::dynamicStrings(std::int64_t tag, char separa
   return strings;
 }
 
-std::uint64_t ElfMemory::symbolCount() const {
-  if (const auto hash = dynamic(DT_HASH)) return read<std::uint32_t>(*hash + 4).value_or(0);
+std::optional<std::uint64_t> ElfMemory::symbolCount() const {
+  if (const auto hash = dynamic(DT_HASH)) return read<std::uint32_t>(*hash + 4);
   const auto hash = dynamic(DT_GNU_HASH);
-  if (!hash) return 0;
+  if (!hash) return std::nullopt;
   // The table of GNU hashes does not say how many symbols there are: the last chain ends with the
   // last symbol.
-  const std::uint64_t buckets = read<std::uint32_t>(*hash).value_or(0);
-  const std::uint64_t first = read<std::uint32_t>(*hash + 4).value_or(0);
-  const std::uint64_t words = read<std::uint32_t>(*hash + 8).value_or(0);
-  const std::uint64_t table = *hash + 16 + words * 8;
-  if (buckets > file_.size() / 4) return 0;
+  const auto buckets = read<std::uint32_t>(*hash);
+  const auto first = read<std::uint32_t>(*hash + 4);
+  const auto words = read<std::uint32_t>(*hash + 8);
+  if (!buckets || !first || !words || *buckets > file_.size() / 4) return std::nullopt;
+  const std::uint64_t table = *hash + 16 + std::uint64_t{*words} * 8;
+  const std::uint64_t chains = table + std::uint64_t{*buckets} * 4;
   std::uint64_t last = 0;
-  for (std::uint64_t i = 0; i < buckets; ++i) {
-    const auto bucket = read<std::uint32_t>(table + i * 4);
-    if (!bucket) return 0;
+  for (std::uint64_t at = table; at < chains; at += 4) {
+    const auto bucket = read<std::uint32_t>(at);
+    if (!bucket) return std::nullopt;
     last = std::max<std::uint64_t>(last, *bucket);
   }
-  if (last < first) return 0;
-  const std::uint64_t chains = table + buckets * 4;
+  if (last < *first) return std::nullopt;
   for (; last < mostSymbols(); ++last) {
-    const auto chain = read<std::uint32_t>(chains + (last - first) * 4);
-    if (!chain) return 0;
+    const auto chain = read<std::uint32_t>(chains + (last - *first) * 4);
+    if (!chain) return std::nullopt;
     if ((*chain & 1) != 0) return last + 1;
   }
-  return 0;
+  return std::nullopt;
 }
 
 std::optional<GElf_Sym> ElfMemory::readSymbol(std::uint64_t index) const {
-  const std::uint64_t table = dynamic(DT_SYMTAB).value_or(0);
-  const std::uint64_t at = table + index * sizeof(Elf64_Sym);
+  const std::optional<std::uint64_t> table = dynamic(DT_SYMTAB);
+  if (!table) return std::nullopt;
+  const std::uint64_t at = *table + index * sizeof(Elf64_Sym);
   const auto name = read<std::uint32_t>(at);
   const auto section = read<std::uint16_t>(at + 6);
   const auto value = read<std::uint64_t>(at + 8);
@@ -275,14 +280,15 @@ std::optional<GElf_Sym> ElfMemory::readSymbol(std::uint64_t index) const {
 }
 
 std::optional<ElfMemory::Symbol> ElfMemory::findSymbol(std::string_view name) const {
-  const std::uint64_t names = dynamic(DT_STRTAB).value_or(0);
+  const std::optional<std::uint64_t> names = dynamic(DT_STRTAB);
+  const std::optional<std::uint64_t> count = symbolCount();
+  if (!names || !count) return std::nullopt;
   // A table that claims more than the file could hold ends where reading ends.
-  const std::uint64_t count = std::min(symbolCount(), mostSymbols());
-  for (std::uint64_t i = 1; i < count; ++i) {
+  for (std::uint64_t i = 1; i < std::min(*count, mostSymbols()); ++i) {
     const std::optional<GElf_Sym> symbol = readSymbol(i);
     if (!symbol) return std::nullopt;
     if (symbol->st_shndx == SHN_UNDEF) continue;
-    const std::string_view text = bytesAt(names + symbol->st_name);
+    const std::string_view text = bytesAt(*names + symbol->st_name);
     if (!text.starts_with(name) || text.size() <= name.size() || text[name.size()] != '\0')
       continue;
     if (symbol->st_value == 0) return std::nullopt;

@@ -60,7 +60,7 @@ class ElfMemory {
   void readDynamic(std::uint64_t offset, std::uint64_t size);
   void readRelocations(std::uint64_t address, std::uint64_t size);
   void readPackedRelocations(std::uint64_t address, std::uint64_t size);
-  std::uint64_t symbolCount() const;
+  std::optional<std::uint64_t> symbolCount() const;
   std::uint64_t mostSymbols() const { return file_.size() / sizeof(Elf64_Sym); }
   std::optional<GElf_Sym> readSymbol(std::uint64_t index) const;
   const Segment* segmentAt(std::uint64_t address) const;

@@ -24,7 +24,8 @@ class Configuration {
       std::string word;
       if (!(words >> word)) continue;
       if (word != "include") {
-        folders_.push_back(insideRoot(word.substr(0, word.find('='))));
+        word.resize(std::min(word.find('='), word.size()));
+        folders_.push_back(insideRoot(word));
         continue;
       }
       while (words >> word) include(word.starts_with('/') ? word : "/etc/" + word);

@@ -11,12 +11,12 @@
 #include <memory>
 
 #include "util/exception.h"
+#include "util/regular_file.h"
 #include "util/system_error.h"
 
 namespace bootforge::analyze {
 namespace {
 
-constexpr std::size_t kLargestFile = 16U << 20;
 // Neither a FIFO nor a terminal may hold us up.
 constexpr int kReadFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
@@ -34,24 +34,7 @@ std::optional<std::string> readFile(const UniqueFd& file, FileStatus* status) {
     errno = known->isFolder() ? EISDIR : ENXIO;
     return std::nullopt;
   }
-  std::string text;
-  for (std::size_t used = 0;;) {
-    // Room for one byte more than the file says, so that its end shows at the first attempt.
-    const auto size = static_cast<std::size_t>(std::max<off_t>(known->size, 0));
-    if (size > kLargestFile || used > kLargestFile) {
-      errno = EFBIG;
-      return std::nullopt;
-    }
-    text.resize(std::max(size, used) + (used < size ? 1 : 65536));
-    const ssize_t count = retryInterrupted(
-        [&] { return ::read(file.get(), text.data() + used, text.size() - used); });
-    if (count < 0) return std::nullopt;
-    used += static_cast<std::size_t>(count);
-    if (count == 0 || used == size) {
-      text.resize(used);
-      return text;
-    }
-  }
+  return readAll(file, static_cast<std::size_t>(known->size));
 }
 
 /// Where openat2(2) does not serve: resolves links component by component.

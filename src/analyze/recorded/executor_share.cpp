@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <map>
 #include <numeric>
-#include <optional>
 #include <utility>
 
 namespace bootforge::analyze {
@@ -38,19 +37,19 @@ std::vector<Stretch> stretchesOf(const std::vector<TimedPlugin>& plugins) {
   return stretches;
 }
 
-/// The least common multiple of all numbers of sharers, as far as 62 bits hold it.
-std::optional<std::int64_t> commonMultiple(const std::vector<Stretch>& stretches) {
+/// The least common multiple of all numbers of sharers; 0 when 62 bits do not hold it.
+std::int64_t commonMultiple(const std::vector<Stretch>& stretches) {
   constexpr Wide kMost = Wide{1} << 62U;
   Wide multiple = 1;
   for (const Stretch& stretch : stretches) {
     const auto known = static_cast<std::int64_t>(multiple);
     multiple *= stretch.sharers / std::gcd(known, stretch.sharers);
-    if (multiple > kMost) return std::nullopt;
+    if (multiple > kMost) return 0;
   }
   return static_cast<std::int64_t>(multiple);
 }
 
-/// The integral of 1/k from the first stretch up to any moment, times `unit`.
+/// The integral of 1/k from the first stretch up to a moment not before it, times `unit`.
 template <typename Number>
 class Advance {
  public:
@@ -68,7 +67,6 @@ class Advance {
     const auto place = std::upper_bound(
         stretches_.begin(), stretches_.end(), moment,
         [](std::int64_t value, const Stretch& stretch) { return value < stretch.start; });
-    if (place == stretches_.begin()) return 0;
     const auto index = static_cast<std::size_t>(place - stretches_.begin()) - 1;
     const std::int64_t within = std::min(moment, stretches_[index].end) - stretches_[index].start;
     return before_[index] + rates_[index] * static_cast<Number>(within);
@@ -84,16 +82,15 @@ class Advance {
 
 void shareExecutor(std::vector<TimedPlugin>& plugins) {
   const std::vector<Stretch> stretches = stretchesOf(plugins);
-  const std::optional<std::int64_t> multiple = commonMultiple(stretches);
-  const Wide unit = multiple.value_or(1);
-  const Advance<Wide> exact(multiple ? stretches : std::vector<Stretch>(), unit);
+  const Wide unit = commonMultiple(stretches);
+  const Advance<Wide> exact(stretches, unit);
   const Advance<long double> rough(stretches, 1);
   for (TimedPlugin& plugin : plugins) {
-    if (!plugin.ran) continue;
+    if (!plugin.ran || plugin.run == 0) continue;
     if (!plugin.usesExecutor) {
       plugin.work = plugin.run;
       plugin.exactWork = static_cast<long double>(plugin.run);
-    } else if (multiple) {
+    } else if (unit != 0) {
       const Wide advance = exact.at(plugin.end) - exact.at(plugin.start);
       plugin.work = static_cast<std::int64_t>((2 * advance + unit) / (2 * unit));
       plugin.exactWork = static_cast<long double>(advance) / static_cast<long double>(unit);

@@ -100,7 +100,6 @@ void Fleet::addLog(const std::string& path, const std::string& host) {
     boots_.push_back(*sample.makespan);
     hosts_[host].push_back(*sample.makespan);
   }
-  guess_ = 0;
   for (const auto& [line, run] : sample.runs) {
     pluginOf(section->plugins[line].name).runs.push_back(run);
   }
@@ -108,10 +107,8 @@ void Fleet::addLog(const std::string& path, const std::string& host) {
 }
 
 Fleet::Plugin& Fleet::pluginOf(const std::string& name) {
-  if (guess_ < plugins_.size() && plugins_[guess_].name == name) return plugins_[guess_++];
   const auto [place, isNew] = pluginNumbers_.try_emplace(name, plugins_.size());
   if (isNew) plugins_.emplace_back().name = name;
-  guess_ = place->second + 1;
   return plugins_[place->second];
 }
 

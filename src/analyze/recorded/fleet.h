@@ -53,7 +53,6 @@ class Fleet {
   std::vector<std::int64_t> boots_;
   std::vector<Plugin> plugins_;
   std::unordered_map<std::string, std::size_t> pluginNumbers_;
-  std::size_t guess_ = 0;  // most logs list the same plugins in the same order
   std::map<std::string, std::vector<std::int64_t>> hosts_;
 };
 

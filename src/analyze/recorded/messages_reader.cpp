@@ -163,7 +163,7 @@ class Stream {
   std::size_t placeOf(std::string_view text, std::string_view separator) const {
     const std::size_t first = text.find(separator);
     for (std::size_t place = first; place != std::string_view::npos;
-         place = text.find(separator, place + 1)) {
+         place = text.find(separator, place + separator.size())) {
       if (isMentioned(text.substr(0, place))) return place;
     }
     return first;

@@ -1,10 +1,10 @@
 #include "analyze/recorded/profiling_log_reader.h"
 
-#include <charconv>
 #include <chrono>
 #include <utility>
 
 #include "analyze/recorded/prefix.h"
+#include "reading/number.h"
 #include "util/utf8.h"
 
 namespace bootforge::analyze {
@@ -167,12 +167,11 @@ class Reader {
 
   bool readHead(std::string_view line) {
     if (!take(line, kKernelTime) || line.starts_with('-')) return false;
-    std::int64_t value = 0;
-    const auto [end, error] = std::from_chars(line.data(), line.data() + line.size(), value);
-    if (error != std::errc() || end != line.data() + line.size()) return false;
+    const auto microseconds = numberIn<std::int64_t>(line);
+    if (!microseconds) return false;
     ProfileSection& section = openSection(Kind::Boot);
     section.headed = true;
-    section.kernelMicroseconds = value;
+    section.kernelMicroseconds = microseconds;
     return true;
   }
 

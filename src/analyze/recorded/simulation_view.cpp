@@ -72,7 +72,7 @@ std::string asText(const Timeline& timeline, const std::vector<Simulation>& runs
     const std::string off = fmt::format("{:.1f}", 100 * std::abs(*modelError));
     text += off == "0.0" ? "The model agrees with the recorded boot\n"
                          : fmt::format("The model is {} % {} on the recorded boot\n", off,
-                                       *modelError < 0 ? "too fast" : "too slow");
+                                       std::signbit(*modelError) ? "too fast" : "too slow");
   }
   TextTable table({">workers", ">boot", ">times as fast", ">workers busy", ">executor busy"});
   for (const Simulation& run : runs) {

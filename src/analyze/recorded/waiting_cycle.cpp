@@ -45,7 +45,8 @@ class CycleFinder {
       const std::size_t plugin = queue.front();
       queue.pop_front();
       const std::size_t length = steps[plugin].length + 1;
-      if (!best_.empty() && 2 * length + 1 >= best_.size()) return;
+      // A cycle is told as each of its plugins and the milestone behind it, and the first again.
+      if (!best_.empty() && length >= best_.size() / 2) return;
       dependencies_.forEachRequired(plugin, [&](std::size_t gate) {
         if (passed[gate] || found) return;
         passed[gate] = true;

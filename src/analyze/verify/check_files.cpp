@@ -45,7 +45,7 @@ void checkDescription(const PluginFile& file, Reporter& reporter) {
       case Remark::IgnoredKey:
         remarks.add("description-ignored-key", remark.at, name,
                     "the key " + quoted(remark.key) + " means nothing in version " +
-                        std::to_string(file.description.apiVersion.value_or(0)));
+                        std::to_string(file.description.apiVersion.value()));
         break;
       case Remark::TrailingText:
         remarks.add("description-trailing", remark.at, name,

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <initializer_list>
 #include <string>
 
 #include "platform/linux/descriptor.h"
@@ -96,18 +97,18 @@ Delivery SyslogSocket::connect() {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::strcpy(address.sun_path, "/dev/log");
-  for (int attempt = 0; attempt < 2; ++attempt) {
-    const int type = stream_ ? SOCK_STREAM : SOCK_DGRAM;
+  for (const bool stream : {stream_, !stream_}) {
+    const int type = stream ? SOCK_STREAM : SOCK_DGRAM;
     fd_ = ::socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd_ < 0) return Delivery::kNobody;
     if (::connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {
+      stream_ = stream;
       return Delivery::kDone;
     }
     const int error = errno;
     close();
     if (error == EAGAIN) return Delivery::kNoRoom;
     if (error != EPROTOTYPE) break;
-    stream_ = !stream_;
   }
   return Delivery::kNobody;
 }

@@ -31,9 +31,8 @@ class SpawnSettings {
     check(::posix_spawn_file_actions_adddup2(&actions_, standardError, STDERR_FILENO));
     check(::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
     sigset_t all;
-    sigset_t none;
+    const sigset_t none{};
     std::memset(&all, 0xff, sizeof all);  // sigfillset(3) leaves out those of the C library
-    sigemptyset(&none);
     ::posix_spawnattr_init(&attributes_);
     check(::posix_spawnattr_setsigdefault(&attributes_, &all));
     check(::posix_spawnattr_setsigmask(&attributes_, &none));
@@ -69,17 +68,18 @@ class SpawnSettings {
   int error_ = 0;  // the first one
 };
 
-/// Reads at most `most` bytes of what is in the pipe, which must not be empty. False at its end.
-bool readSome(int pipe, std::size_t most, ProgramEnd& end) {
+/// Reads at most `most` bytes of what is in the pipe, which must not be empty. Returns their
+/// number, 0 at its end.
+std::size_t readSome(int pipe, std::size_t most, ProgramEnd& end) {
   std::array<char, 16384> buffer;
   ssize_t count =
       uninterrupted([&] { return ::read(pipe, buffer.data(), std::min(most, buffer.size())); });
-  if (count <= 0) return false;
+  if (count <= 0) return 0;
   const auto got = static_cast<std::size_t>(count);
   std::size_t kept = std::min(got, kKept - end.standardError.size());
   end.standardError.append(buffer.data(), kept);
   end.dropped += got - kept;
-  return true;
+  return got;
 }
 
 /// Reads what is in the pipe now. No more: a process left behind may go on writing for ever.
@@ -87,9 +87,9 @@ void readRest(int pipe, ProgramEnd& end) {
   int available = 0;
   if (::ioctl(pipe, FIONREAD, &available) != 0) return;
   for (auto left = static_cast<std::size_t>(available); left > 0;) {
-    std::size_t before = end.standardError.size() + end.dropped;
-    if (!readSome(pipe, left, end)) return;
-    left -= end.standardError.size() + end.dropped - before;
+    const std::size_t got = readSome(pipe, left, end);
+    if (got == 0) return;
+    left -= got;
   }
 }
 
@@ -156,7 +156,7 @@ void await(pid_t pid, Descriptor pipe, Limit limit, ProgramEnd& end) {
     const bool asks = !process && !ended;
     const int wait = asks ? (patience < 0 ? interval : std::min(patience, interval)) : patience;
     const int ready = ::poll(watched, 2, wait);
-    if (ready > 0 && watched[0].revents && !readSome(pipe.get(), kKept, end)) {
+    if (ready > 0 && watched[0].revents && readSome(pipe.get(), kKept, end) == 0) {
       watched[0].fd = -1;  // nobody has it open any more, which need not be the program's end
     }
     if (!ended) {

@@ -4,6 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstring>
+
 #include "tests/unit/analyze_image/object_writer.h"
 #include "tests/unit/native/shared_objects.h"
 
@@ -171,6 +174,44 @@ TEST(NativeObjectTest, PackedRelocationsReachEachOf63PointersBehindAnAddress) {
     writer.addRecordSymbols(metadata, metadata);
     EXPECT_TRUE(readNativeObject(writer.finish()).isGood()) << distance;
   }
+}
+
+/// A plugin's object in which one kind of entry of the dynamic section means nothing.
+std::string objectWithout(std::int64_t tag) {
+  ObjectWriter writer;
+  writer.addRecords();
+  std::string file = writer.finish();
+  for (std::size_t at = 0; at + sizeof(Elf64_Dyn) <= file.size(); at += 8) {
+    Elf64_Dyn entry;
+    std::memcpy(&entry, &file[at], sizeof entry);
+    if (entry.d_tag != tag || entry.d_un.d_val == 0) continue;
+    const std::int64_t other = DT_DEBUG;
+    std::memcpy(&file[at], &other, sizeof other);
+  }
+  return file;
+}
+
+TEST(NativeObjectTest, WithoutOneOfItsTablesAnObjectHasNoSymbols) {
+  for (const std::int64_t tag : {DT_STRTAB, DT_SYMTAB, DT_HASH}) {
+    const NativeObject object = readNativeObject(objectWithout(tag));
+    EXPECT_THAT(object.unloadable, IsEmpty()) << tag;
+    EXPECT_THAT(object.missingSymbols, SizeIs(2)) << tag;
+  }
+}
+
+TEST(NativeObjectTest, WithoutPlaceOrSizeOfItsRelocationsAnObjectHasNone) {
+  EXPECT_THAT(readNativeObject(objectWithout(DT_DEBUG)).record.provides, ElementsAre("up"));
+  for (const std::int64_t tag : {DT_RELA, DT_RELASZ}) {
+    const NativeObject object = readNativeObject(objectWithout(tag));
+    EXPECT_TRUE(object.isGood()) << tag;
+    EXPECT_THAT(object.record.provides, IsEmpty()) << tag;
+  }
+}
+
+TEST(NativeObjectTest, WithoutHeadersOfSegmentsAnObjectHasNoSegments) {
+  std::string file = objectWithout(DT_DEBUG);
+  file[offsetof(Elf64_Ehdr, e_phnum)] = 0;
+  EXPECT_EQ(readNativeObject(file).unloadable, "object file has no loadable segments");
 }
 
 TEST(NativeObjectTest, TheTableOfGnuHashesTellsTheNumberOfSymbols) {

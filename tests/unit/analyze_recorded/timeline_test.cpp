@@ -3,7 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <string>
+#include <utility>
 
 #include "analyze/recorded/blame.h"
 #include "tests/unit/analyze_recorded/recorded_boot.h"
@@ -188,6 +191,35 @@ TEST(Blame, BarsFitTheTerminal) {
       EXPECT_LE(displayWidth(text.substr(begin, end - begin)), width);
       begin = end + 1;
     }
+  }
+}
+
+/// The heading and the row of a table with one plugin, whose bar is as long as the table has room.
+std::pair<std::string, std::string> blameOfOne(std::size_t width) {
+  const Timeline timeline = makeTimeline(boot({ran("one", 0, 999'000)}), {}, nullptr);
+  const std::string text = blame(timeline, BlameOrder::Start, Format::Text, {width, false}).output;
+  const std::size_t heading = text.find("start");
+  const std::size_t row = text.find('\n', heading) + 1;
+  return {text.substr(heading, row - 1 - heading), text.substr(row, text.size() - 1 - row)};
+}
+
+TEST(Blame, ColumnsGiveWayWhereTheBarWouldBeShorterThanTwelve) {
+  const auto placeOfBar = [](const std::string& heading) { return heading.find("timeline"); };
+  const std::string all = blameOfOne(200).first;
+  const std::size_t enoughForAll = placeOfBar(all) + 12;
+  const std::string few = blameOfOne(enoughForAll - 1).first;
+  const std::size_t enoughForFew = placeOfBar(few) + 12;
+  const std::string fewest = blameOfOne(1).first;
+  EXPECT_THAT(all, testing::MatchesRegex("start +waited +for worker +run +executor +slack +worker "
+                                         "+name +timeline"));
+  EXPECT_THAT(few, testing::MatchesRegex("start +for worker +run +slack +name +timeline"));
+  EXPECT_THAT(fewest, testing::MatchesRegex("start +run +name +timeline"));
+  for (std::size_t width = 1; width < 200; ++width) {
+    const auto& [heading, row] = blameOfOne(width);
+    EXPECT_EQ(heading, width >= enoughForAll ? all : width >= enoughForFew ? few : fewest);
+    const std::size_t place = placeOfBar(heading);
+    const std::size_t room = width < place + 12 ? 12 : width - place;
+    EXPECT_EQ(displayWidth(row), place + std::min<std::size_t>(room, 60)) << width;
   }
 }
 

@@ -89,7 +89,7 @@ TEST_P(GoodRecord, IsReadAlikeWithAndWithoutLoading) {
 
 INSTANTIATE_TEST_SUITE_P(NativeLoader, GoodRecord,
                          testing::Values("full", "packed", "null_lists", "odd_run_once",
-                                         "version_one", "unresolved", "needy"));
+                                         "version_one", "unresolved", "needy", "unsized"));
 
 TEST(NativeLoader, EverythingOfAFullRecordIsRead) {
   EXPECT_EQ(said(load("full")),

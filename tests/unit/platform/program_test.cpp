@@ -10,8 +10,12 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "tests/support/scratch_root.h"
@@ -51,9 +55,15 @@ INSTANTIATE_TEST_SUITE_P(Awaited, Program, testing::Values(0, ENOSYS), [](const 
   return awaited.param == 0 ? "WithProcessDescriptors" : "ByAskingInIntervals";
 });
 
-TEST_P(Program, IsAwaitedInTheWayOfThisRun) {
-  EXPECT_TRUE(runShell("exit 0").endedWell());
-  EXPECT_EQ(pidfdBehaviour.refused, GetParam() == 0 ? 0 : 1);
+TEST_P(Program, IsAwaitedInTheWayOfThisRunAndNotForEver) {
+  Finished child = runInChild([] {
+    alarm(20);
+    EXPECT_TRUE(runShell("exit 0").endedWell());
+    EXPECT_EQ(pidfdBehaviour.refused, GetParam() == 0 ? 0 : 1);
+    EXPECT_TRUE(runProgram({"/bin/true"}, 1000.0).endedWell());
+    EXPECT_TRUE(runShell("head -c 300000 /dev/zero >&2").endedWell());
+  });
+  EXPECT_EQ(child.status, 0) << child.out;
 }
 
 TEST_P(Program, RunsToItsEnd) {
@@ -181,6 +191,64 @@ TEST_P(Program, LeavesProcessesBehindThatMayWriteWhenWeAreGone) {
   writeFile("/tmp/go", "");
   EXPECT_TRUE(waitUntil([] { return readFile("/tmp/report").ends_with("ended\n"); }));
   EXPECT_EQ(readFile("/tmp/report").find("failed"), std::string::npos) << readFile("/tmp/report");
+}
+
+// The root outside the tests' root: /proc is there.
+const int outside = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+
+/// What a process has open; empty when there is none, or no such process.
+std::string openFile(const std::string& process, int descriptor) {
+  std::error_code error;
+  return std::filesystem::read_symlink("/proc/" + process + "/fd/" + std::to_string(descriptor),
+                                       error);
+}
+
+/// The process that has this file for its standard input; empty for none.
+std::string readerOf(const std::string& file) {
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    const std::string process = entry.path().filename();
+    if (openFile(process, STDIN_FILENO) == file) return process;
+  }
+  return "";
+}
+
+/// The set of signals that a process ignores, as a number with a bit for each.
+std::uint64_t ignoredBy(const std::string& process) {
+  std::ifstream status("/proc/" + process + "/status");
+  std::string line;
+  while (std::getline(status, line) && !line.starts_with("SigIgn:")) continue;
+  return line.empty() ? 0 : std::stoull(line.substr(line.find(':') + 1), nullptr, 16);
+}
+
+TEST_P(Program, LeavesAReaderBehindThatIgnoresEverySignal) {
+  Finished child = runInChild([] {
+    runShell("sleep 1000 & echo $! >/tmp/pid");
+    const std::string writer = std::to_string(std::stoi(readFile("/tmp/pid")));
+    ASSERT_TRUE(fchdir(outside) == 0 && chroot(".") == 0);
+    const std::string pipe = openFile(writer, STDERR_FILENO);
+    ASSERT_TRUE(pipe.starts_with("pipe:")) << pipe;
+    // But those that no process can, and two that the C library keeps for itself.
+    std::uint64_t all = ~std::uint64_t{0};
+    for (const int number : {SIGKILL, SIGSTOP, 32, 33}) all &= ~(std::uint64_t{1} << (number - 1));
+    EXPECT_TRUE(waitUntil([&] { return ignoredBy(readerOf(pipe)) == all; }))
+        << ignoredBy(readerOf(pipe));
+  });
+  EXPECT_EQ(child.status, 0) << child.out;
+  endLeftBehind("/tmp/pid");
+}
+
+// What it reads there last is no more than what was there when the program ended.
+TEST_P(Program, IsOverWhenItHasEndedThoughMuchWasReadBeforeAndAnotherKeepsThePipe) {
+  Finished child = runInChild([] {
+    alarm(20);
+    ProgramEnd end = runShell(
+        "sleep 1000 & echo $! >/tmp/pid; head -c 200000 /dev/zero >&2; sleep 0.05;"
+        "head -c 30000 /dev/zero >&2; exit 3");
+    EXPECT_EQ(WEXITSTATUS(end.status), 3);
+    EXPECT_EQ(end.standardError.size() + end.dropped, 230'000U);
+  });
+  EXPECT_EQ(child.status, 0) << child.out;
+  endLeftBehind("/tmp/pid");
 }
 
 TEST_P(Program, LeavesNoChildOfOursBehind) {

@@ -165,5 +165,11 @@ TEST(EditDistance, CountsLettersAndSwapsUpToALimit) {
   EXPECT_EQ(editDistance("a", "abcdefgh", 2), 3U);
 }
 
+TEST(EditDistance, LooksAtNothingInFrontOfTheNames) {
+  const std::string_view text = "ba xab";
+  EXPECT_EQ(editDistance(text.substr(1, 1), "xab", 3), 2U);
+  EXPECT_EQ(editDistance("xab", text.substr(1, 1), 3), 2U);
+}
+
 }  // namespace
 }  // namespace bootforge::test

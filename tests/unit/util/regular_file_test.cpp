@@ -174,6 +174,25 @@ TEST_F(RegularFile, ThatGrowsBeyondTheLimitWhileItIsReadIsTooLarge) {
   EXPECT_EQ(errno, EFBIG);
 }
 
+// As it had that size when it was asked, and has grown since.
+TEST_F(RegularFile, ThatIsLargerThanItSaidIsReadToItsEndWithinTheLimit) {
+  for (const std::size_t said : {0U, 1U, 4096U}) {
+    writeFile(kFile, std::string(kReadLimit, 'a'));
+    EXPECT_EQ(readAll(openRegularFile(kFile), said)->size(), kReadLimit);
+    writeFile(kFile, std::string(kReadLimit + 1, 'a'));
+    errno = 0;
+    EXPECT_FALSE(readAll(openRegularFile(kFile), said));
+    EXPECT_EQ(errno, EFBIG);
+  }
+}
+
+TEST_F(RegularFile, IsReadByOneCallWhereItsSizeIsKnown) {
+  writeFile(kFile, std::string(100'000, 'a'));
+  doubles::resetFaults();
+  EXPECT_EQ(readRegularFile(kFile)->size(), 100'000U);
+  EXPECT_EQ(doubles::callCount("read"), 1);
+}
+
 // A pipe gives as much at a time as it likes: 4,095 bytes are no end.
 TEST_F(RegularFile, IsNotNeededToReadAll) {
   int ends[2];

@@ -41,6 +41,8 @@ class Shell : public testing::Test {
  protected:
   void SetUp() override { doubles::resetFaults(); }
   void TearDown() override {
+    EXPECT_EQ(doubles::callCount("spawn_destroy"), doubles::callCount("spawn_init"));
+    EXPECT_EQ(doubles::callCount("spawnattr_destroy"), doubles::callCount("spawnattr_init"));
     doubles::resetFaults();
     EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "a shell was not waited for";
   }
