@@ -65,7 +65,7 @@ std::unique_ptr<Plugin> makePlugin(const Entry& entry, const std::string& fileNa
 
 void discover(const std::string& fileName, const std::string& pluginDirectory, Selection& selection,
               Catalogue& catalogue) {
-  const std::string path = (boost::filesystem::path(pluginDirectory) / fileName).string();
+  const boost::filesystem::path path = boost::filesystem::path(pluginDirectory) / fileName;
   const Entry entry = entryOf(fileName);
   // The injections are loaded for every file that has a type: a bad escape is that file's failure.
   if (entry.kind != Entry::Kind::NoType) {
@@ -74,7 +74,7 @@ void discover(const std::string& fileName, const std::string& pluginDirectory, S
       catalogue.plugins.push_back(std::make_unique<DebugPlugin>(injection, catalogue.barriers));
     }
   }
-  std::unique_ptr<Plugin> plugin = makePlugin(entry, fileName, path, catalogue.barriers);
+  std::unique_ptr<Plugin> plugin = makePlugin(entry, fileName, path.native(), catalogue.barriers);
   if (!plugin) return;
 
   logAdmission(admit(std::move(plugin), entry.baseName, selection, catalogue), entry.baseName);

@@ -24,13 +24,6 @@ Description readDescriptionFile(const std::string& path) {
   return readDescription(JsonText(*std::move(text)));
 }
 
-JSONPlugin::Commands takeCommands(Description::Strings& list) {
-  JSONPlugin::Commands commands;
-  commands.reserve(list.size());
-  for (PlacedString& command : list) commands.push_back(std::move(command.text));
-  return commands;
-}
-
 void takeFlags(Description::Strings& list, std::set<std::string>* flags) {
   for (PlacedString& flag : list) flags->insert(std::move(flag.text));
 }
@@ -43,6 +36,7 @@ JSONPlugin::JSONPlugin(std::string name, const std::string& path, BarrierRegistr
 JSONPlugin::JSONPlugin(std::string name, const std::string& path, Description description,
                        BarrierRegistry& barriers)
     : Plugin(std::move(name)) {
+  ScopedLock lock(graphLock);  // Once for all milestones.
   // What comes before the first fault is linked all the same: its milestones stay registered.
   if (description.isGoodUpTo(Description::Part::Requires)) {
     for (const PlacedString& milestone : description.requires_) require(barriers, milestone.text);
@@ -58,28 +52,26 @@ JSONPlugin::JSONPlugin(std::string name, const std::string& path, Description de
   takeFlags(description.disablingFlags, &disablingFlags_);
   runOnce_ = description.runOnce;
   pluginVersion_ = std::move(description.pluginVersion);
-  startCommands_ = takeCommands(description.startCommands);
-  hasApplyHostProfile_ = description.applyHostProfileCommands.has_value();
-  if (hasApplyHostProfile_) {
-    applyHostProfileCommands_ = takeCommands(*description.applyHostProfileCommands);
-  }
+  startCommands_ = std::move(description.startCommands);
+  applyHostProfileCommands_ = std::move(description.applyHostProfileCommands);
 }
 
 void JSONPlugin::start() { runCommands("start", startCommands_); }
 
 bool JSONPlugin::supportsApplyHostProfile() const {
-  return apiVersion_ > 1 && hasApplyHostProfile_;
+  return apiVersion_ > 1 && applyHostProfileCommands_.has_value();
 }
 
 void JSONPlugin::applyHostProfile() {
-  runCommands("apply_host_profile", applyHostProfileCommands_);
+  // An invocation of the method calls this for plugins without one, too.
+  if (applyHostProfileCommands_) runCommands("apply_host_profile", *applyHostProfileCommands_);
 }
 
-void JSONPlugin::runCommands(const char* method, const Commands& commands) {
+void JSONPlugin::runCommands(const char* method, const Description::Strings& commands) {
   std::size_t failures = 0;
-  for (const std::string& command : commands) {
+  for (const PlacedString& command : commands) {
     try {
-      HypcliExecutor::instance().runCommand(command);
+      HypcliExecutor::instance().runCommand(command.text);
     } catch (const std::exception& error) {
       Log_Level(2, "%s\n", error.what());
       ++failures;

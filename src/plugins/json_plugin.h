@@ -1,8 +1,8 @@
 // A plugin that a JSON description defines.
 #pragma once
 
+#include <optional>
 #include <string>
-#include <vector>
 
 #include "plugins/plugin.h"
 #include "reading/description.h"
@@ -13,8 +13,6 @@ namespace bootforge {
 /// management-CLI command lines, which the CLI executor process carries out.
 class JSONPlugin : public Plugin {
  public:
-  using Commands = std::vector<std::string>;
-
   /// Reads the description at the path. Throws InvalidPluginException, naming the path, when it is
   /// unusable. Milestones that it had named before its first fault stay registered.
   JSONPlugin(std::string name, const std::string& path, BarrierRegistry& barriers);
@@ -28,11 +26,10 @@ class JSONPlugin : public Plugin {
   void applyHostProfile() override;
 
  private:
-  void runCommands(const char* method, const Commands& commands);
+  void runCommands(const char* method, const Description::Strings& commands);
 
-  Commands startCommands_;
-  bool hasApplyHostProfile_ = false;
-  Commands applyHostProfileCommands_;
+  Description::Strings startCommands_;
+  std::optional<Description::Strings> applyHostProfileCommands_;
 };
 
 }  // namespace bootforge

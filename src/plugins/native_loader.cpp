@@ -94,8 +94,12 @@ class LoadedObject {
   template <typename Value>
   Value read(const void* address) const {
     Value value;
-    if (copy(address, &value, sizeof value) != sizeof value) reject(native::kWildPointer);
+    readBytes(address, &value, sizeof value);
     return value;
+  }
+
+  void readBytes(const void* address, void* target, std::size_t size) const {
+    if (copy(address, target, size) != size) reject(native::kWildPointer);
   }
 
   /// A string that ends in a zero byte.
@@ -121,10 +125,10 @@ class LoadedObject {
 
   /// Copies bytes that may not be there and returns their number. Asks the kernel,
   /// process_vm_readv(2), which says EFAULT where a plain access would end the process.
-  static std::size_t copy(const void* address, void* target, std::size_t size) {
+  std::size_t copy(const void* address, void* target, std::size_t size) const {
     const iovec from{const_cast<void*>(address), size};
     const iovec to{target, size};
-    const ssize_t count = ::process_vm_readv(::getpid(), &to, 1, &from, 1, 0);
+    const ssize_t count = ::process_vm_readv(process_, &to, 1, &from, 1, 0);
     if (count >= 0) return static_cast<std::size_t>(count);
     if (errno == EFAULT) return 0;
     // A kernel without that call: the records are trusted.
@@ -133,6 +137,7 @@ class LoadedObject {
   }
 
   const std::string& path_;
+  const pid_t process_ = ::getpid();
   void* handle_;
 };
 
@@ -166,8 +171,12 @@ NativeRecord loadNativeRecord(const std::string& path) {
   if (LoadedObject::sizeAt(metadata).value_or(SIZE_MAX) < needed) {
     object.reject(native::kShortMetadata);
   }
-  const auto pointerAt = [&](std::size_t offset) {
-    return object.read<const char*>(static_cast<const char*>(metadata) + offset);
+  unsigned char bytes[sizeof(bootforge_metadata)];
+  object.readBytes(metadata, bytes, needed);
+  const auto pointerAt = [&bytes](std::size_t offset) {
+    const char* pointer = nullptr;
+    std::memcpy(&pointer, bytes + offset, sizeof pointer);
+    return pointer;
   };
   const auto namesAt = [&](std::size_t offset) {
     return readNames(object, reinterpret_cast<const char* const*>(pointerAt(offset)));
@@ -178,8 +187,7 @@ NativeRecord loadNativeRecord(const std::string& path) {
   record.requiredFlags = namesAt(offsetof(bootforge_metadata, required_flags));
   record.disablingFlags = namesAt(offsetof(bootforge_metadata, disabling_flags));
   // Not every author writes C: a byte that is neither 0 nor 1 is no bool to be read as one.
-  record.runOnce = object.read<unsigned char>(static_cast<const char*>(metadata) +
-                                              offsetof(bootforge_metadata, run_once)) != 0;
+  record.runOnce = bytes[offsetof(bootforge_metadata, run_once)] != 0;
   if (const char* const version = pointerAt(offsetof(bootforge_metadata, plugin_version))) {
     record.pluginVersion = object.readText(version);
   }

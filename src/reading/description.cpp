@@ -16,12 +16,23 @@ using Value = JsonText::Value;
 constexpr std::int32_t kFlagsVersion = 3;
 constexpr std::int32_t kHostProfileVersion = 2;
 
-// The known keys of each object, with the version from which on they mean something.
+// The known keys of each object, with the version from which on they mean something, and the place
+// of each in its table.
 struct KnownKey {
   std::string_view key;
   std::int32_t since = 1;
 };
+enum RootKey { kMetadata, kOperations };
 constexpr std::array kRootKeys{KnownKey{"metadata"}, KnownKey{"operations"}};
+enum MetadataKey {
+  kVersion,
+  kRequires,
+  kProvides,
+  kRequiredFlags,
+  kDisablingFlags,
+  kRunOnce,
+  kPluginVersion,
+};
 constexpr std::array kMetadataKeys{
     KnownKey{"version"},
     KnownKey{"requires"},
@@ -31,8 +42,38 @@ constexpr std::array kMetadataKeys{
     KnownKey{"run_once", kFlagsVersion},
     KnownKey{"plugin_version", kFlagsVersion},
 };
+enum OperationsKey { kStart, kApplyHostProfile };
 constexpr std::array kOperationsKeys{KnownKey{"start"},
                                      KnownKey{"apply_host_profile", kHostProfileVersion}};
+
+/// Where a key stands among the known ones, or their end.
+template <typename Keys>
+auto placeIn(const Keys& known, std::string_view key) {
+  return std::find_if(known.begin(), known.end(),
+                      [key](const KnownKey& other) { return other.key == key; });
+}
+
+/// What an object has for each of the known keys: of equal keys the last one counts.
+template <std::size_t count>
+class Section {
+ public:
+  Section(const JsonText& json, const Value& object, const std::array<KnownKey, count>& known)
+      : object_(object) {
+    for (const JsonText::Entry& entry : json.entries(object)) {
+      const auto place = placeIn(known, entry.key);
+      if (place == known.end()) continue;
+      values_[static_cast<std::size_t>(place - known.begin())] = entry.value;
+    }
+  }
+
+  const std::optional<Value>& operator[](std::size_t key) const { return values_[key]; }
+  /// The offset of a fault: at the value, or at the object that lacks it.
+  std::size_t at(std::size_t key) const { return values_[key].value_or(object_).at(); }
+
+ private:
+  Value object_;
+  std::array<std::optional<Value>, count> values_;
+};
 
 class Reader {
  public:
@@ -44,19 +85,24 @@ class Reader {
             json_.isValid() ? json_.root().at() : json_.errorAt());
       return std::move(result_);
     }
-    const Value root = json_.root();
-    Value section = root;
-    if (readSection(root, "metadata", Part::Metadata, "invalid metadata interface", &section)) {
-      readMetadata(section);
+    const Section root(json_, json_.root(), kRootKeys);
+    if (root[kMetadata] && root[kMetadata]->isObject()) {
+      readMetadata(Section(json_, *root[kMetadata], kMetadataKeys));
+    } else {
+      fault(Part::Metadata, "invalid metadata interface", root.at(kMetadata));
     }
-    if (readSection(root, "operations", Part::Operations, "invalid operations interface",
-                    &section)) {
-      readOperations(section);
+    if (root[kOperations] && root[kOperations]->isObject()) {
+      readOperations(Section(json_, *root[kOperations], kOperationsKeys));
+    } else {
+      fault(Part::Operations, "invalid operations interface", root.at(kOperations));
     }
     return std::move(result_);
   }
 
  private:
+  using Metadata = Section<kMetadataKeys.size()>;
+  using Operations = Section<kOperationsKeys.size()>;
+
   void fault(Part part, std::string reason, std::size_t at) {
     result_.faults.push_back({part, std::move(reason), at});
   }
@@ -65,85 +111,74 @@ class Reader {
     return result_.apiVersion && *result_.apiVersion >= version;
   }
 
-  bool readSection(const Value& root, std::string_view key, Part part, const char* reason,
-                   Value* section) {
-    Value found = root;
-    const bool isThere = json_.find(root, key, &found);
-    if (!isThere || !found.isObject()) {
-      fault(part, reason, found.at());
-      return false;
-    }
-    *section = found;
-    return true;
-  }
-
-  void readMetadata(const Value& metadata) {
+  void readMetadata(const Metadata& metadata) {
     readVersion(metadata);
-    readNames(metadata, "requires", Part::Requires, &result_.requires_);
-    readNames(metadata, "provides", Part::Provides, &result_.provides);
+    readNames(metadata, kRequires, Part::Requires, &result_.requires_);
+    readNames(metadata, kProvides, Part::Provides, &result_.provides);
     if (!isFrom(kFlagsVersion)) return;
-    Value value = metadata;
-    if (json_.find(metadata, "required_flags", &value)) {
-      readNames(metadata, "required_flags", Part::RequiredFlags, &result_.requiredFlags);
+    if (metadata[kRequiredFlags]) {
+      readNames(metadata, kRequiredFlags, Part::RequiredFlags, &result_.requiredFlags);
     }
-    if (json_.find(metadata, "disabling_flags", &value)) {
-      readNames(metadata, "disabling_flags", Part::DisablingFlags, &result_.disablingFlags);
+    if (metadata[kDisablingFlags]) {
+      readNames(metadata, kDisablingFlags, Part::DisablingFlags, &result_.disablingFlags);
     }
-    value = metadata;
-    if (json_.find(metadata, "run_once", &value) && value.isBool()) {
-      result_.runOnce = value.boolean();
+    const std::optional<Value>& runOnce = metadata[kRunOnce];
+    if (runOnce && runOnce->isBool()) {
+      result_.runOnce = runOnce->boolean();
     } else {
-      fault(Part::RunOnce, "metadata is corrupt (unable to parse run_once)", value.at());
+      fault(Part::RunOnce, "metadata is corrupt (unable to parse run_once)", metadata.at(kRunOnce));
     }
-    value = metadata;
-    if (json_.find(metadata, "plugin_version", &value) && value.isString()) {
-      result_.pluginVersion = value.string();
+    const std::optional<Value>& version = metadata[kPluginVersion];
+    if (version && version->isString()) {
+      result_.pluginVersion = version->string();
     } else {
       fault(Part::PluginVersion, "metadata is corrupt (unable to parse plugin_version)",
-            value.at());
+            metadata.at(kPluginVersion));
     }
   }
 
-  void readVersion(const Value& metadata) {
-    Value value = metadata;
-    if (!json_.find(metadata, "version", &value) || !value.isNumber()) {
-      fault(Part::Version, "metadata is corrupt (unable to parse version)", value.at());
+  void readVersion(const Metadata& metadata) {
+    const std::optional<Value>& version = metadata[kVersion];
+    if (!version || !version->isNumber()) {
+      fault(Part::Version, "metadata is corrupt (unable to parse version)", metadata.at(kVersion));
       return;
     }
     // Truncated only where that is safe.
-    const double number = value.number();
+    const double number = version->number();
     if (!(number >= 1 && number < 5)) {
-      fault(Part::Version, "Unsupported API version", value.at());
+      fault(Part::Version, "Unsupported API version", metadata.at(kVersion));
       return;
     }
     result_.apiVersion = static_cast<std::int32_t>(number);
   }
 
-  void readNames(const Value& metadata, std::string_view key, Part part,
+  void readNames(const Metadata& metadata, MetadataKey key, Part part,
                  Description::Strings* names) {
-    Value value = metadata;
-    if (!json_.find(metadata, key, &value) || !value.isArray()) {
-      fault(part, "metadata is corrupt (unable to parse " + std::string(key) + ")", value.at());
-      return;
+    const std::string_view name = kMetadataKeys[key].key;
+    const std::optional<Value>& list = metadata[key];
+    if (list && list->isArray()) {
+      readStrings(*list, part, name, " tag is not a string", names);
+    } else {
+      fault(part, "metadata is corrupt (unable to parse " + std::string(name) + ")",
+            metadata.at(key));
     }
-    readStrings(value, part, key, " tag is not a string", names);
   }
 
-  void readOperations(const Value& operations) {
-    Value value = operations;
-    if (json_.find(operations, "start", &value) && value.isArray()) {
-      readStrings(value, Part::Start, "command", " is not a string", &result_.startCommands);
+  void readOperations(const Operations& operations) {
+    const std::optional<Value>& start = operations[kStart];
+    if (start && start->isArray()) {
+      readStrings(*start, Part::Start, "command", " is not a string", &result_.startCommands);
     } else {
-      fault(Part::Start, "operations is corrupt (unable to parse start)", value.at());
+      fault(Part::Start, "operations is corrupt (unable to parse start)", operations.at(kStart));
     }
-    if (!isFrom(kHostProfileVersion)) return;
-    if (!json_.find(operations, "apply_host_profile", &value)) return;
-    if (!value.isArray()) {
+    const std::optional<Value>& hostProfile = operations[kApplyHostProfile];
+    if (!isFrom(kHostProfileVersion) || !hostProfile) return;
+    if (!hostProfile->isArray()) {
       fault(Part::ApplyHostProfile, "operations is corrupt (unable to parse apply-host-profile)",
-            value.at());
+            hostProfile->at());
       return;
     }
-    readStrings(value, Part::ApplyHostProfile, "command", " is not a string",
+    readStrings(*hostProfile, Part::ApplyHostProfile, "command", " is not a string",
                 &result_.applyHostProfileCommands.emplace());
   }
 
@@ -180,8 +215,7 @@ void remarkOnKeys(const JsonText& json, const Value& object, const Keys& known,
     if (!seen.insert(entry.key).second) {
       remarks->push_back({Kind::DuplicateKey, key, entry.keyAt, {}});
     }
-    const auto place = std::find_if(known.begin(), known.end(),
-                                    [&](const KnownKey& other) { return other.key == entry.key; });
+    const auto place = placeIn(known, entry.key);
     if (place == known.end()) {
       const auto nearest = nearestNames(entry.key, names);
       remarks->push_back({Kind::UnknownKey, key, entry.keyAt,
@@ -210,12 +244,12 @@ std::vector<DescriptionRemark> remarksOn(const JsonText& json, const Description
   if (!root.isObject()) return remarks;
   const std::optional<std::int32_t> version = description.apiVersion;
   remarkOnKeys(json, root, kRootKeys, version, &remarks);
-  Value section = root;
-  if (json.find(root, "metadata", &section) && section.isObject()) {
-    remarkOnKeys(json, section, kMetadataKeys, version, &remarks);
+  const Section sections(json, root, kRootKeys);
+  if (sections[kMetadata] && sections[kMetadata]->isObject()) {
+    remarkOnKeys(json, *sections[kMetadata], kMetadataKeys, version, &remarks);
   }
-  if (json.find(root, "operations", &section) && section.isObject()) {
-    remarkOnKeys(json, section, kOperationsKeys, version, &remarks);
+  if (sections[kOperations] && sections[kOperations]->isObject()) {
+    remarkOnKeys(json, *sections[kOperations], kOperationsKeys, version, &remarks);
   }
   return remarks;
 }

@@ -1,10 +1,10 @@
 #include "reading/json_text.h"
 
 #include <algorithm>
+#include <boost/container/small_vector.hpp>
 #include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/error.hpp>
 #include <boost/system/error_code.hpp>
-#include <functional>
 #include <unordered_set>
 #include <utility>
 
@@ -32,9 +32,8 @@ class JsonText::Builder {
   static constexpr std::size_t max_string_size = SIZE_MAX;
 
   Builder(JsonText& target, const std::string& text) : target_(target), text_(text) {
-    // Most texts have no more values than that, and are no deeper.
+    // Most texts have no more values than that.
     target.nodes_.reserve(text.size() / sizeof(Node) + 1);
-    open_.reserve(16);
   }
 
   bool on_document_begin(error_code&) { return true; }
@@ -73,9 +72,9 @@ class JsonText::Builder {
            c == '}';
   }
 
-  Node& add(Kind kind, std::uint32_t data) {
+  void add(Kind kind, std::uint32_t data, bool isUnescaped = false) {
     const std::uint32_t next = narrow(target_.nodes_.size() + 1);
-    return target_.nodes_.emplace_back(Node{narrow(at_), next, data, kind});
+    target_.nodes_.push_back({narrow(at_), next, data, kind, isUnescaped});
   }
 
   bool open(Kind kind, char bracket) {
@@ -110,33 +109,38 @@ class JsonText::Builder {
   }
 
   bool string(json::string_view last) {
-    if (parts_.empty() && standsInText(last)) {
-      at_ = static_cast<std::size_t>(last.data() - text_.data()) - 1;
-      add(Kind::String, narrow(last.size()));
-      at_ += last.size() + 2;
-      return true;
+    // The parser hands on a string without escapes as it stands in the text, between its quotes.
+    const std::size_t begin = offsetOf(last.data());
+    const std::size_t end = begin + last.size();
+    const bool isInText = begin > 0 && begin <= text_.size() && end < text_.size();
+    if (!parts_.empty() || !isInText || text_[begin - 1] != '"' || text_[end] != '"') {
+      return stringWithEscapes(last);
     }
+    at_ = begin - 1;
+    add(Kind::String, narrow(last.size()));
+    at_ = end + 1;
+    return true;
+  }
+
+  /// Of a place that may be elsewhere: then it is beyond the end.
+  std::size_t offsetOf(const char* place) const {
+    return reinterpret_cast<std::uintptr_t>(place) - reinterpret_cast<std::uintptr_t>(text_.data());
+  }
+
+  // Apart, so that the many without escapes are not slowed down by its size.
+  [[gnu::noinline]] bool stringWithEscapes(json::string_view last) {
     at_ = text_.find('"', at_);
     collect(last);
-    Node& node = add(Kind::String, narrow(target_.unescaped_.size()));
-    node.isUnescaped = true;
+    add(Kind::String, narrow(target_.unescaped_.size()), true);
     target_.unescaped_.push_back(std::exchange(parts_, {}));
     at_ = json_comments::endOfString(text_, at_);
     return true;
   }
 
-  /// The parser hands on a string without escapes as it stands in the text, between its quotes.
-  bool standsInText(json::string_view string) const {
-    const std::less<const char*> before;
-    const char* const end = string.data() + string.size();
-    return before(text_.data(), string.data()) && before(end, text_.data() + text_.size()) &&
-           string.data()[-1] == '"' && *end == '"';
-  }
-
   JsonText& target_;
   const std::string& text_;  // without comments
   std::size_t at_ = 0;
-  std::vector<std::size_t> open_;
+  boost::container::small_vector<std::size_t, 16> open_;
   std::string parts_;
 };
 

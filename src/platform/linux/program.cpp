@@ -144,11 +144,15 @@ bool isOpenElsewhere(int pipe) {
   return ::poll(&state, 1, 0) == 0;
 }
 
-/// Keeps the pipe from filling up until the program has ended, and collects its status.
-void await(pid_t pid, Descriptor pipe, Limit limit, ProgramEnd& end) {
+/// Keeps the pipe from filling up until the program has ended, and collects its status. `writer` is
+/// the pipe's other end: open here, it makes the end of a program one event to wake up for, where
+/// there were two, first the pipe's end and a moment later that of the process.
+void await(pid_t pid, Descriptor pipe, Descriptor writer, Limit limit, ProgramEnd& end) {
   Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
-  // Old kernels have no such descriptor; there the program is asked for in growing intervals.
+  // Old kernels have no such descriptor; there the program is asked for in growing intervals, and
+  // when the pipe ends.
   int interval = 1;
+  if (!process) writer.close();
   pollfd watched[] = {{pipe.get(), POLLIN, 0}, {process.get(), POLLIN, 0}};
   bool ended = false;
   while (!limit.over(ended)) {
@@ -167,6 +171,7 @@ void await(pid_t pid, Descriptor pipe, Limit limit, ProgramEnd& end) {
     if (ended) watched[1].fd = -1;  // it would be ready for ever
     interval = ready > 0 ? 1 : std::min(interval * 2, 32);
   }
+  writer.close();
   end.timedOut = limit.exceeded();
   readRest(pipe.get(), end);
   if (isOpenElsewhere(pipe.get())) drainInBackground(std::move(pipe));
@@ -193,8 +198,7 @@ ProgramEnd runProgram(const std::vector<std::string>& words, std::optional<doubl
     end.failure = "cannot be started: " + errorText(error);
     return end;
   }
-  writer.close();
-  await(pid, std::move(reader), Limit(pid, limit), end);
+  await(pid, std::move(reader), std::move(writer), Limit(pid, limit), end);
   return end;
 }
 

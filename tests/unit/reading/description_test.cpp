@@ -117,6 +117,16 @@ TEST(ReadDescription, TextThatIsNoJsonHasOneFaultAtItsPlace) {
   EXPECT_THAT(faultsOf(read(" 1")), ElementsAre("plugin root is not an object@1"));
 }
 
+TEST(ReadDescription, OfEqualKeysTheLastOneCounts) {
+  const Description description = read(
+      R"({"metadata": 1, "operations": {"start": ["a"], "start": ["b"]}, "metadata": {"version": 7,)"
+      R"("requires": ["x"], "provides": [], "\u0076ersion": 2, "requires": ["y"]}})");
+  EXPECT_THAT(faultsOf(description), IsEmpty());
+  EXPECT_EQ(description.apiVersion, 2);
+  EXPECT_THAT(textsOf(description.requires_), ElementsAre("y@157"));
+  EXPECT_THAT(textsOf(description.startCommands), ElementsAre("b@57"));
+}
+
 TEST(ReadDescription, ReasonOfAnUnreadableFileTellsLargeOnes) {
   EXPECT_STREQ(unreadableDescription(ENOENT), "no such file or directory");
   EXPECT_STREQ(unreadableDescription(EACCES), "no such file or directory");
