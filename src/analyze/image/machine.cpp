@@ -40,8 +40,8 @@ void countBelow(const RootFolder& root, Counts& counts) {
       if (!status->isRegular() || status->size < EI_NIDENT + 4) continue;
       char head[EI_NIDENT + 4];
       const UniqueFd file = root.open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
-      const ssize_t count =
-          file ? retryInterrupted([&] { return ::read(file.get(), head, sizeof head); }) : -1;
+      if (!file) continue;
+      const ssize_t count = retryInterrupted([&] { return ::read(file.get(), head, sizeof head); });
       if (count != static_cast<ssize_t>(sizeof head)) continue;
       if (const auto machine = machineOf({head, sizeof head})) ++counts[*machine];
     }
