@@ -214,10 +214,10 @@ def executor_itself(umask):
             fields = dict(line.rstrip("\n").split(":\t", 1) for line in file if ":\t" in line)
         log = EXECUTOR_LOG
         # Listener, the connection that is served, the one that is held in reserve, the syslog.
-        # The loop has three of its own; the program that runs has the null device, a pipe, and its
-        # end as a fourth.
+        # The loop has three of its own; the program that runs has the null device, both ends of a
+        # pipe, and its own end as a fourth.
         wanted = sorted(["/dev/null", log, log, *["socket"] * 4, *["anon_inode"] * 3,
-                         "/dev/null", "pipe", "anon_inode"])
+                         "/dev/null", "pipe", "pipe", "anon_inode"])
 
         def kinds():
             return sorted(target.removeprefix(host.root) if target.startswith("/") else
