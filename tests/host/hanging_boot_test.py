@@ -11,6 +11,7 @@ from native_test import NativeCase
 from root_folder import BOOTFORGE
 
 ANALYZE = "/usr/bin/bootforge-analyze"
+SANITIZED = bool(os.environ.get("BOOTFORGE_HOST_SANITIZE"))
 RECORD = re.compile(r"<\d+>(.*)")
 MISSING = [{"milestone": "disk", "plugins": ["volumes"]}]
 # What stands behind the plugin that hangs.
@@ -64,11 +65,11 @@ class HangingBoots(NativeCase):
 
     def check_cuts(self, host, capture, *options):
         """Every beginning of a capture has an answer: of plugins that there are, and never less
-        that has begun than before."""
+        that has begun than before. With a sanitizer, each eleventh beginning."""
         capture = capture.encode()
         known = {"accounts", "login", "volumes", "clock", "one", "two", "free"}
         waiting = known
-        for length in range(len(capture) + 1):
+        for length in range(0, len(capture) + 1, 11 if SANITIZED else 1):
             told, said = self.stuck(host, capture[:length], *options, status=None)
             if told is None:
                 self.assertIn("there is no message of a boot in it", said)

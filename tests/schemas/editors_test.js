@@ -8,17 +8,10 @@ const path = require("path");
 
 const modules = path.join(path.resolve(process.argv[2]), "node_modules");
 const service = require(path.join(modules, "vscode-json-languageservice"));
-const project = path.join(__dirname, "../..");
+const { project, documentedSettings, run } = require("./harness.js");
 const { DiagnosticSeverity } = service;
 
-/** The settings that docs/editors.md shows, so that what is tried is what people copy. */
-function documentedSettings() {
-  const text = fs.readFileSync(path.join(project, "docs/editors.md"), "utf8");
-  const [, settings] = text.match(/```json\n(\{\n  "files\.associations"[^]*?)```/);
-  return JSON.parse(settings);
-}
-
-const settings = documentedSettings();
+const settings = JSON.parse(documentedSettings());
 
 /** The other editors' settings are for the same files. */
 function checkOtherEditors() {
@@ -247,16 +240,4 @@ const tests = {
   },
 };
 
-(async () => {
-  let failures = 0;
-  for (const [name, test] of Object.entries(tests)) {
-    try {
-      await test();
-    } catch (error) {
-      failures += 1;
-      console.log(`${name}: ${error.message}`);
-    }
-  }
-  console.log(`${Object.keys(tests).length} tests, ${failures} failed`);
-  process.exitCode = failures === 0 ? 0 : 1;
-})();
+run(tests);

@@ -4,20 +4,18 @@
 "use strict";
 const assert = require("assert");
 const childProcess = require("child_process");
-const fs = require("fs");
 const os = require("os");
 const path = require("path");
 const { pathToFileURL } = require("url");
 
 const packages = path.join(path.resolve(process.argv[2]), "node_modules");
 const rpc = require(require.resolve("vscode-jsonrpc/node", { paths: [packages] }));
-const project = path.join(__dirname, "../..");
+const { project, documentedSettings, run } = require("./harness.js");
 const LIMIT = 30 * 1000; // milliseconds for an answer
 
 /** The settings, with the schemas of the sources in the place of the installed ones. */
-function documentedSettings() {
-  const text = fs.readFileSync(path.join(project, "docs/editors.md"), "utf8");
-  const [, settings] = text.match(/```json\n(\{\n  "files\.associations"[^]*?)```/);
+function testedSettings() {
+  const settings = documentedSettings();
   const installed = "file:///usr/share/bootforge/schemas/";
   assert(settings.includes(installed));
   const here = pathToFileURL(path.join(project, "share/schemas"));
@@ -26,7 +24,7 @@ function documentedSettings() {
 
 /** What an editor sends: the schemas of the user, or those of a folder, for its files only. */
 function settingsOf(folder) {
-  const schemas = documentedSettings()["json.schemas"];
+  const schemas = testedSettings()["json.schemas"];
   const folderUri = folder && pathToFileURL(folder).toString();
   return { json: { validate: { enable: true }, format: { enable: true }, resultLimit: 5000,
     schemas: schemas.map(({ fileMatch, url }) => ({ url, fileMatch, folderUri })) } };
@@ -128,16 +126,4 @@ const tests = {
   },
 };
 
-(async () => {
-  let failures = 0;
-  for (const [name, test] of Object.entries(tests)) {
-    try {
-      await test();
-    } catch (error) {
-      failures += 1;
-      console.log(`${name}: ${error.message}`);
-    }
-  }
-  console.log(`${Object.keys(tests).length} tests, ${failures} failed`);
-  process.exit(failures === 0 ? 0 : 1);
-})();
+run(tests);

@@ -15,6 +15,7 @@
 #include "tests/double/faults.h"
 #include "tests/double/recorder.h"
 #include "tests/support/own_process.h"
+#include "tests/support/sanitizer.h"
 #include "tests/support/scratch_root.h"
 #include "tests/unit/catalogue/gzip.h"
 #include "tests/unit/catalogue/record_path.h"
@@ -184,11 +185,7 @@ TEST_F(RunOnceLoad, ARecordThatWouldFillTheMemoryCostsLittle) {
     ::getrusage(RUSAGE_SELF, &after);
     // The child starts with the peak of the test that forked it, which has made the bomb. The
     // thread sanitizer keeps four bytes and more about each byte.
-#if defined(__SANITIZE_THREAD__)
-    constexpr long kMost = 96L * 8 * 1024 * 1024;
-#else
-    constexpr long kMost = 96L * 1024 * 1024;
-#endif
+    constexpr long kMost = (test::kThreadSanitizer ? 8 : 1) * 96L * 1024 * 1024;
     EXPECT_LE(after.ru_minflt - before.ru_minflt, kMost / ::sysconf(_SC_PAGESIZE));
   });
 }

@@ -13,6 +13,7 @@
 #include "cli/hypcli_executor.h"
 #include "tests/double/faults.h"
 #include "tests/double/script.h"
+#include "tests/support/sanitizer.h"
 #include "tests/support/scratch_root.h"
 #include "tests/unit/cli/executor_fixture.h"
 #include "util/exception.h"
@@ -113,11 +114,10 @@ TEST_F(Restart, ManyWorkersThatFailAtOnceGetOneExecutor) {
 }
 
 TEST_F(Restart, FourWorkersUnderLoadSurviveKilledExecutors) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  GTEST_SKIP()
-      << "in a child forked while other threads allocate, a sanitizer's allocator may stay "
-         "locked; that of the C library does not";
-#endif
+  if (test::kAddressSanitizer || test::kThreadSanitizer) {
+    GTEST_SKIP() << "in a child forked while other threads allocate, a sanitizer's allocator may "
+                    "stay locked; that of the C library does not";
+  }
   constexpr int kKills = 8;
   startExecutor();
   std::atomic<bool> enough = false;
