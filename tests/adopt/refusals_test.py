@@ -46,6 +46,15 @@ class Refused(AdoptCase):
         self.assertEqual(self.refuse(root, "enable", status=2),
                          "/sbin/init: No such file or directory")
 
+    def test_a_subcommand_that_there_is_not(self):
+        root = self.root("sysvinit")
+        for words, text in ((("adopt",), 'there is no subcommand "adopt"'),
+                            ((), "A subcommand is required"),
+                            (("enable", "now"), "The following argument was not expected: now")):
+            done = self.run_program(root, *words)
+            self.assertEqual((done.returncode, done.stdout), (2, ""))
+            self.assertEqual(done.told, [text, "See bootforge-adopt --help."])
+
     def test_lines_that_are_not_understood(self):
         none = "so it is not known how this host"
         by_hand = "runs bootforge already; take out what was put in by hand first"

@@ -72,12 +72,20 @@ void addDryRun(CLI::App& verb, Arguments& arguments) {
                 "Change nothing; show as a patch what would be changed");
 }
 
+/// Shows the word in the place of a subcommand; the parser only says that there is none.
+std::string usageError(const CLI::App* app, const CLI::Error& error) {
+  std::string text = error.what();
+  const std::vector<std::string> others = app->remaining();
+  if (app->get_subcommands().empty() && !others.empty() && !others.front().starts_with('-')) {
+    text = "there is no subcommand \"" + others.front() + '"';
+  }
+  return "bootforge-adopt: " + printable(text) + "\nSee bootforge-adopt --help.\n";
+}
+
 int run(int argc, char** argv) {
   CLI::App app("Lets the host's init start bootforge, and takes that back.", "bootforge-adopt");
   app.require_subcommand(1);
-  app.failure_message([](const CLI::App*, const CLI::Error& error) {
-    return "bootforge-adopt: " + printable(error.what()) + "\nSee bootforge-adopt --help.\n";
-  });
+  app.failure_message(usageError);
   app.set_version_flag("--version", std::string("bootforge-adopt ") + version());
   Arguments arguments;
   int status = kGood;

@@ -117,6 +117,9 @@ int answer(std::vector<std::string> words) {
   // The words of a namespace alone ask what there is in it, as no words do.
   bool isMistake = !words.empty() && !line.errors.empty();
   bool isRun = registry.find(line.path) || !line.parameters.empty() || isMistake;
+  if (!wantsHelp && isRun && line.path.empty() && line.errors.empty()) {
+    return refuse(registry, line, {"no command before '" + words.front() + "'"});
+  }
   if (!wantsHelp && isRun) return runLine(registry, line);
   if (line.path.empty() && registry.nameSpaces().empty()) {
     hypcli::printFoldersOf(kDirectories);

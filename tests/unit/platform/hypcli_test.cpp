@@ -130,6 +130,17 @@ TEST_F(Hypcli, ExitsWithTwoWhenThereIsNoSuchCommand) {
   EXPECT_EQ(hypcli({"network", "ip", "--mtu=1"}).code, 2);
 }
 
+TEST_F(Hypcli, ShowsAnOptionThatFollowsNoCommand) {
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"--mtu=1"}, {"-x", "network"}, {"--list", "network"}}) {
+    const Answer answer = hypcli(words);
+    EXPECT_EQ(answer.code, 2);
+    EXPECT_EQ(answer.out, "");
+    EXPECT_EQ(answer.err, "hypcli: no command before '" + words.front() +
+                              "'\nTry 'hypcli --help' for more information.\n");
+  }
+}
+
 TEST_F(Hypcli, NamesTheCommandsThatAreNearAMisspeltOne) {
   const auto advice = [](std::vector<std::string> words) {
     const Answer answer = hypcli(std::move(words));
