@@ -160,11 +160,13 @@ class Tree:
 
     def drop_faults(self, standing, numbers, verdicts):
         """Takes out the mutants that the compiler has named; gives their files."""
+        # One mutant may have several errors: none of them is another's.
+        named_among = {path: list(here) for path, here in standing.items()}
         touched = set()
         for file, at, kind, text in set(re.findall(r"^(\S+?):(\d+):\d+: (error|note): (.*)$",
                                                    self.text(), re.M)):
             path = os.path.relpath(os.path.join(self.build_folder, file), self.place)
-            here = standing.get(path, [])
+            here = named_among.get(path, [])
             source = self.sources[path] if here else ""
 
             def distance(each, source=source, line=int(at)):
@@ -175,9 +177,10 @@ class Tree:
             if not named and here and kind == "error":
                 named = [min(here, key=distance)]  # it is told where its statement begins
             for each in named:
-                here.remove(each)
-                del numbers[each[3]]
                 touched.add(path)
+                if each in standing[path]:
+                    standing[path].remove(each)
+                    del numbers[each[3]]
                 if kind == "error" and NO_MUTANT.search(text):
                     verdicts[each[3]] = "not built"
         return touched

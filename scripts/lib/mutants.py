@@ -11,7 +11,7 @@ PROJECT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__fil
 TOKEN = re.compile(r"""
     (?P<skip>//[^\n]*|/\*.*?\*/|R"(?P<mark>[^(\s]*)\(.*?\)(?P=mark)"|"(?:\\.|[^"\\\n])*"
             |'(?:\\.|[^'\\\n])*'|^[ \t]*\#[^\n]*)
-  | (?P<word>[A-Za-z_]\w*) | (?P<number>\b\d+\b(?![.'\w]))
+  | (?P<word>[A-Za-z_]\w*) | (?P<number>\b(?<!')\d+\b(?![.'\w]))
   | (?P<sign><=>|->|::|\+\+|--|<<=?|>>=?|[-+*/%&|^<>=!]=|&&|\|\||.)
 """, re.X | re.S | re.M)
 INSTEAD = {
@@ -26,7 +26,7 @@ STATEMENT = re.compile(r"^[ \t]+(?:[\w:]+(?:(?:\.|->|::)\w+|\[[^\]\n]*\])*"
 # Left out, these mean the same on every machine that we know: they make room, or end what needs no end.
 NO_STATEMENT = re.compile(r"\.reserve\(|\bva_end\(")
 # One more element than is used.
-ARRAY = re.compile(r"^[ \t]*(?:const )?[\w:]+ \w+\[\Z", re.M)
+ARRAY = re.compile(r"^[ \t]*(?:const )?[\w:]+ \w+\[\Z|\bstd::array<[\w:]+, \Z", re.M)
 BLOCK_HEAD = re.compile(r"\b(switch|for|while|do)\b[^;{}]*\Z")
 # What may stand before one; after anything else the line goes on with what has begun.
 BEFORE_STATEMENT = re.compile(r"(?:[;{}:)]|\belse|\bdo)[ \t]*(?://[^\n]*)?\n"

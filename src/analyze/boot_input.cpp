@@ -21,15 +21,15 @@ constexpr const char* kStandardInput = "standard input";
 
 /// What is open may be a pipe as well. A capture may hold all that a host said in its life, so more
 /// is read than of files that a boot reads.
-std::string readOpened(const UniqueFd& file, const std::string& name) {
+std::string readOpened(int file, const std::string& name) {
   constexpr std::size_t kMost = std::size_t{1} << 30U;
   constexpr std::size_t kChunk = std::size_t{1} << 18U;
   std::string content;
-  ssize_t count = file ? 1 : -1;
+  ssize_t count = file < 0 ? -1 : 1;
   while (count > 0) {
     const std::size_t used = content.size();
     content.resize(used + kChunk);
-    count = retryInterrupted([&] { return ::read(file.get(), content.data() + used, kChunk); });
+    count = retryInterrupted([&] { return ::read(file, content.data() + used, kChunk); });
     content.resize(used + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     if (content.size() > kMost) throw UsageError(name + ": " + systemErrorText(EFBIG));
   }
@@ -40,14 +40,11 @@ std::string readOpened(const UniqueFd& file, const std::string& name) {
 std::string readCallersFile(const std::string& path) {
   const UniqueFd file(
       retryInterrupted([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY); }));
-  return readOpened(file, path);
+  return readOpened(file.get(), path);
 }
 
 /// A host that has only just begun to boot may have no /dev/stdin.
-std::string readStandardInput() {
-  const UniqueFd file(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
-  return readOpened(file, kStandardInput);
-}
+std::string readStandardInput() { return readOpened(STDIN_FILENO, kStandardInput); }
 
 std::string unpacked(const std::string& path, std::string content) {
   PlainText text = plainText(std::move(content));

@@ -183,7 +183,7 @@ void Node::forgetCountsAround() {
 std::int32_t Node::schedulingWeight() { return longestChain(queuedPass()); }
 
 std::int32_t Node::longestChain(const Pass& pass) {
-  if ((this->*pass.course).longest >= 0) return (this->*pass.course).longest;
+  if ((this->*pass.course).longest != kNotComputed) return (this->*pass.course).longest;
   struct Frame {
     Node* node;
     std::size_t index;

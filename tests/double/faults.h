@@ -26,7 +26,8 @@ struct Fault {
 /// dup2, open, kill, chdir, setsid, calloc, snprintf, signal (also sigaction), poll, posix_spawn,
 /// spawn_init, spawn_dup2 and spawn_destroy (of posix_spawn_file_actions), spawnattr_init and
 /// spawnattr_destroy, pipe (pipe2), flock, getsockopt. Any other name aborts. What closes or
-/// destroys does so also when it fails.
+/// destroys does so also when it fails. A lock that nobody gives back within some 10 s is refused
+/// with EDEADLK, armed or not.
 void failCall(std::string_view call, Fault fault);
 
 /// Runs `action` once, in this process, right after the next call of that name that succeeds.

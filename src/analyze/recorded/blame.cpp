@@ -74,7 +74,9 @@ std::string asText(const Timeline& timeline, const std::vector<const TimedPlugin
   constexpr std::size_t kLeastBar = 12;
   constexpr std::size_t kMostBar = 60;
   std::span<const Column> columns = kAllColumns;
-  const auto used = [&] { return tableOf(timeline, plugins, columns, 1, style).widthBeforeLast(); };
+  const auto used = [&] {
+    return tableOf(timeline, plugins, columns, kLeastBar, style).widthBeforeLast();
+  };
   for (const std::span<const Column> fewer :
        {std::span<const Column>(kFewColumns), std::span<const Column>(kFewestColumns)}) {
     if (used() + kLeastBar > style.width) columns = fewer;

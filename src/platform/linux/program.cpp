@@ -153,13 +153,13 @@ void await(pid_t pid, Descriptor pipe, Descriptor writer, Limit limit, ProgramEn
   // when the pipe ends.
   int interval = 1;
   if (!process) writer.close();
-  pollfd watched[] = {{pipe.get(), POLLIN, 0}, {process.get(), POLLIN, 0}};
+  std::array<pollfd, 2> watched{{{pipe.get(), POLLIN, 0}, {process.get(), POLLIN, 0}}};
   bool ended = false;
   while (!limit.over(ended)) {
     const int patience = limit.patience(ended);
     const bool asks = !process && !ended;
     const int wait = asks ? (patience < 0 ? interval : std::min(patience, interval)) : patience;
-    const int ready = ::poll(watched, 2, wait);
+    const int ready = ::poll(watched.data(), watched.size(), wait);
     if (ready > 0 && watched[0].revents && readSome(pipe.get(), kKept, end) == 0) {
       watched[0].fd = -1;  // nobody has it open any more, which need not be the program's end
     }

@@ -137,6 +137,19 @@ TEST_F(VerifyGraph, CycleStandsAtItsFirstMemberThoughTheShortestChainIsElsewhere
   EXPECT_EQ(found.blocked, 0U);
 }
 
+TEST_F(VerifyGraph, ShortestChainIsFoundPastAMemberThatIsOnNoneWithoutTheFirst) {
+  // a -> r -> b -> p -> a is looked at first. Without a, b stands between two rings, on neither.
+  plugin("a", list("r-up"), list("a-up"));
+  plugin("b", list("p-up"), list("b-up"));
+  plugin("p", R"(["a-up", "q-up"])", list("p-up"));
+  plugin("q", list("p-up"), list("q-up"));
+  plugin("r", R"(["b-up", "s-up"])", list("r-up"));
+  plugin("s", list("r-up"), list("s-up"));
+  const Finding found = cycle();
+  EXPECT_THAT(found.members, ElementsAre("a", "b", "p", "q", "r", "s"));
+  EXPECT_THAT(found.cycle, ElementsAre("p", "q-up", "q", "p-up", "p"));
+}
+
 TEST_F(VerifyGraph, PluginThatWaitsForItselfIsACycle) {
   plugin("a", list("x"), list("x"));
   const Finding found = cycle();

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "analyze/recorded/blame.h"
+#include "analyze/recorded/text_table.h"
 #include "tests/unit/analyze_recorded/recorded_boot.h"
 #include "util/utf8.h"
 
@@ -221,6 +222,13 @@ TEST(Blame, ColumnsGiveWayWhereTheBarWouldBeShorterThanTwelve) {
     const std::size_t room = width < place + 12 ? 12 : width - place;
     EXPECT_EQ(displayWidth(row), place + std::min<std::size_t>(room, 60)) << width;
   }
+}
+
+TEST(TextTable, OnlyItsHeadingIsFaintAndOnlyWhereThereAreColours) {
+  TextTable table({"name", ">run"});
+  table.add({"boot", "1 s"});
+  EXPECT_EQ(table.text({80, false}), "name  run\nboot  1 s\n");
+  EXPECT_EQ(table.text({80, true}), "\x1B[2mname\x1B[0m  \x1B[2mrun\x1B[0m\nboot  1 s\n");
 }
 
 TEST(Blame, TextFitsTheWidthAndHoldsNoColours) {

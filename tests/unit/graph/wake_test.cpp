@@ -62,6 +62,21 @@ TEST(Wake, IsNotGivenWhereNobodyWaits) {
   EXPECT_EQ(broadcastCount(), broadcasts);
 }
 
+TEST(Wake, IsNotGivenWhereNobodyWaitsAnyLonger) {
+  DrawnGraph graph("a");
+  Executor executor(0, false);
+  graph["a"].scheduleForward(executor);
+  const int asleep = waitCount();
+  const auto waiter = std::async(std::launch::async, [&graph] { graph["a"].waitForward(); });
+  ASSERT_TRUE(waitsReach(asleep + 1));
+  EXPECT_TRUE(step(executor));
+  ASSERT_EQ(waiter.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+  const int broadcasts = broadcastCount();
+  graph["a"].scheduleReverse(executor);
+  EXPECT_TRUE(step(executor));
+  EXPECT_EQ(broadcastCount(), broadcasts);
+}
+
 // The one worker goes from node to node by itself: it is woken for the first one at most.
 TEST(Wake, IsGivenToTheOnlyWorkerOnceAtMostForAWholeGraph) {
   DrawnGraph graph("a>b>c>d>e a>f>g>e h i j>k");

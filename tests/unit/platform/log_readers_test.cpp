@@ -21,9 +21,9 @@
 
 #include "platform/dictionary.h"
 #include "platform/log.h"
+#include "tests/support/pseudo_terminal.h"
 #include "tests/support/scratch_root.h"
 #include "tests/unit/platform/child.h"
-#include "tests/unit/platform/pseudo_terminal.h"
 #include "tests/unit/platform/syslog_fixture.h"
 #include "tests/unit/platform/wrapped_calls.h"
 

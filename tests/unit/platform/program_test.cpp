@@ -356,6 +356,14 @@ TEST_P(Program, IsAwaitedAsleepAlsoWhenItClosedItsStandardError) {
   EXPECT_LT(pollCalls, 50);
 }
 
+TEST(ProgramWithProcessDescriptors, WakesUsOnceWhenItEnds) {
+  constexpr int kRuns = 20;
+  pollCalls = 0;
+  for (int run = 0; run < kRuns; ++run) EXPECT_TRUE(runProgram({"/bin/true"}).endedWell());
+  // Once for the end, and a look, without waiting, for others that have the pipe open.
+  EXPECT_EQ(pollCalls, 2 * kRuns);
+}
+
 TEST_P(Program, IsAwaitedThroughInterruptions) {
   Finished child = runInChild([] {
     struct sigaction action {};

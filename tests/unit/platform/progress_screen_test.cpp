@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "platform/hvkctl.h"
+#include "tests/support/pseudo_terminal.h"
 #include "tests/support/scratch_root.h"
 #include "tests/unit/platform/child.h"
-#include "tests/unit/platform/pseudo_terminal.h"
 #include "tests/unit/platform/wrapped_calls.h"
 
 namespace bootforge::test {

@@ -25,6 +25,9 @@ extern int ioctlError;
 /// How often poll(2) was called in this process.
 extern std::atomic<int> pollCalls;
 
+/// The longest that poll(2) was told to wait since its owner has put this to 0, in milliseconds.
+extern std::atomic<int> longestPoll;
+
 /// What pidfd_open(2) does in this process.
 struct PidfdBehaviour {
   int error = 0;    // the errno that it fails with; 0 = it works

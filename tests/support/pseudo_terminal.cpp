@@ -1,4 +1,4 @@
-#include "tests/unit/platform/pseudo_terminal.h"
+#include "tests/support/pseudo_terminal.h"
 
 #include <fcntl.h>
 #include <poll.h>
