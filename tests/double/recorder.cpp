@@ -186,6 +186,11 @@ void reset() {
   script() = Script{};
 }
 
+void betweenRecords(const std::function<void()>& action) {
+  const SharedLock lock;
+  action();
+}
+
 void append(Kind kind, int level, const std::string& text) {
   if (!shared().on.load(std::memory_order_relaxed)) return;
   const int savedError = errno;

@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <functional>
 #include <initializer_list>
 #include <ostream>
 #include <string>
@@ -63,6 +64,11 @@ bool waitForRecord(const Record& record, int count = 1,
 /// Forgets all records and puts the script (script.h) back to its defaults. For the start of each
 /// test, while no other thread or process is at work.
 void reset();
+
+/// Runs `action` while no process adds a record: for killing one. An emulator that does not know
+/// set_robust_list(2) would leave the lock of a killed process taken for ever. The action must
+/// neither ask for records nor make any.
+void betweenRecords(const std::function<void()>& action);
 
 /// For the double itself: adds a record, unless recording is off.
 void append(Kind kind, int level, const std::string& text);

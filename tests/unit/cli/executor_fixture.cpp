@@ -78,8 +78,10 @@ bool Process::waitForEnd() const {
 
 void Process::kill() const {
   if (!handle_) return;
-  ::syscall(SYS_pidfd_send_signal, handle_.get(), SIGKILL, nullptr, 0);
-  EXPECT_TRUE(waitForEnd()) << number_;
+  doubles::betweenRecords([this] {
+    ::syscall(SYS_pidfd_send_signal, handle_.get(), SIGKILL, nullptr, 0);
+    EXPECT_TRUE(waitForEnd()) << number_;
+  });
 }
 
 std::vector<doubles::Record> logRecords() { return doubles::records({doubles::Kind::kLog}); }
