@@ -174,8 +174,10 @@ TEST_F(AtomicFileStream, WithoutADescriptorForTheStreamItsTemporaryFileIsRemoved
       EXPECT_EQ(failureOf([] { afstream().commit(); }, EINVAL),
                 "commit invoked on an unknown destination");
     }
+    // Above the first number that is free, others may have been inherited.
     const UniqueFd next(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-    const rlimit one{static_cast<rlim_t>(next.get()) + 2, static_cast<rlim_t>(next.get()) + 2};
+    const int last = UniqueFd(::open("/dev/null", O_RDONLY | O_CLOEXEC)).get();
+    const rlimit one{static_cast<rlim_t>(last) + 1, static_cast<rlim_t>(last) + 1};
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &one), 0);
     {
       afstream file;
