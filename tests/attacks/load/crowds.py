@@ -302,17 +302,24 @@ def terminal(host, _generator, plugins, hangs):
 
     host.wait_for(ended, "the boot", 60)
     host.wait_for_emptiness()
-    while screen.read(65536, 0):
-        pass
-    screen.close()
     expect(process.status == 0, f"it ended with {process.status}", host)
     # One for each plugin and for the two behind them, two of the executor's start, the reload that
     # finds no daemon, and the executor's end.
     sent = plugins + 6
-    shown = [line for line in readings.text_of(screen.data).split("\n")
-             if readings.HEAD.fullmatch(line)]
-    lost = told_of_losses(shown)
-    whole = told_of(shown) - lost
+
+    def shown():
+        while screen.read(65536, 0):
+            pass
+        return [line for line in readings.text_of(screen.data).split("\n")
+                if readings.HEAD.fullmatch(line)]
+
+    # The kernel hands on what has been written when it finds time: a reader may find nothing before.
+    deadline = time.monotonic() + 20
+    while told_of(shown()) < sent and time.monotonic() < deadline:
+        time.sleep(0.01)
+    lost = told_of_losses(shown())
+    whole = told_of(shown()) - lost
+    screen.close()
     # A line of which the terminal took the beginning is shown, and lost as well.
     expect(sent <= whole + lost <= sent + hangs and bool(lost) == hangs,
            f"{sent} messages, {whole} shown, {lost} told as lost", host)
