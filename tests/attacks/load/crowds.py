@@ -314,9 +314,7 @@ def terminal(host, _generator, plugins, hangs):
                 if readings.HEAD.fullmatch(line)]
 
     # The kernel hands on what has been written when it finds time: a reader may find nothing before.
-    deadline = time.monotonic() + 20
-    while told_of(shown()) < sent and time.monotonic() < deadline:
-        time.sleep(0.01)
+    host.wait_for(lambda: told_of(shown()) >= sent, f"{sent} messages on the terminal", 20)
     lost = told_of_losses(shown())
     whole = told_of(shown()) - lost
     screen.close()

@@ -55,8 +55,9 @@ TEST_F(TerminalOutlet, EachPartThatATerminalTakesGivesItAllOfItsTimeAgain) {
   pollCalls = 0;
   std::thread reader([&, this] {
     while (pollCalls == 0 && !isDone) std::this_thread::yield();
-    // Time passes while the terminal is full. What is waited from now on follows a part.
-    std::this_thread::sleep_for(kPassed);
+    // Time passes while the terminal is full. What is waited from then on follows a part.
+    const auto full = std::chrono::steady_clock::now();
+    while (std::chrono::steady_clock::now() - full < kPassed) std::this_thread::yield();
     longestPoll = 0;
     readUntil(text.size(), isDone);
   });
