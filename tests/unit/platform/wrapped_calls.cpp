@@ -20,7 +20,7 @@ WriteBehaviour writeBehaviour;
 int epollCreations = -1;
 int ioctlError = 0;
 std::atomic<int> pollCalls = 0;
-std::atomic<int> longestPoll = 0;
+std::function<void(int timeout)> beforePoll;
 PidfdBehaviour pidfdBehaviour;
 RemovalBehaviour removals;
 int closeRangeError = 0;
@@ -42,10 +42,10 @@ int unblockedAtFchdir() { return *unblocked; }
 
 }  // namespace bootforge::test
 
+using bootforge::test::beforePoll;
 using bootforge::test::closeRangeError;
 using bootforge::test::epollCreations;
 using bootforge::test::ioctlError;
-using bootforge::test::longestPoll;
 using bootforge::test::pidfdBehaviour;
 using bootforge::test::pollCalls;
 using bootforge::test::removals;
@@ -111,9 +111,7 @@ int __wrap_ioctl(int fd, unsigned long request, ...) {
 
 int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
   ++pollCalls;
-  for (int seen = longestPoll; seen < timeout;) {
-    if (longestPoll.compare_exchange_weak(seen, timeout)) break;
-  }
+  if (beforePoll) beforePoll(timeout);
   return __real_poll(descriptors, count, timeout);
 }
 

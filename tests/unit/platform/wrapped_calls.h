@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <functional>
 #include <string>
 
 namespace bootforge::test {
@@ -25,8 +26,9 @@ extern int ioctlError;
 /// How often poll(2) was called in this process.
 extern std::atomic<int> pollCalls;
 
-/// The longest that poll(2) was told to wait since its owner has put this to 0, in milliseconds.
-extern std::atomic<int> longestPoll;
+/// Called with the timeout, in milliseconds, at the beginning of each poll(2). Set and emptied by its
+/// owner, while no other thread polls.
+extern std::function<void(int timeout)> beforePoll;
 
 /// What pidfd_open(2) does in this process.
 struct PidfdBehaviour {
