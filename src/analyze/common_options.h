@@ -36,7 +36,6 @@ struct CommonOptions {
   std::string format = "text";
   std::string output;
 
-  bool isText() const { return format == "text"; }
   bool isJson() const { return format == "json"; }
   /// The image that was asked for. Throws UsageError when the list of init scripts cannot be read.
   ImageOptions image() const;

@@ -116,6 +116,53 @@ class TextForPeople(RecordedCase):
                                   int(root.getAttribute("height"))))
         self.assertEqual(pictures[20], pictures[1000])
 
+    def test_fleet_tells_which_hosts_stand_out(self):
+        def put(host, number, end):
+            return self.file(f"fleet/{host}/{number}.log",
+                             boot_log([("a", 0, end), ("left", None, None)]))
+
+        for host, end in (("one", 100000), ("two", 110000), ("three", 120000), ("four", 130000)):
+            put(host, 1, end)
+        put("slow\x1b[2J", 1, 9000000)
+        put("slow\x1b[2J", 2, 8000000)
+        damaged = put("two", 2, 110000)
+        damaged.write_text(damaged.read_text()[:-40])
+        self.file("fleet/one/1.messages", "bootforge: Activating Bootforge plugin a.\n"
+                  "bootforge: Bootforge plugin a activation failed: x\n")
+        self.file("fleet/noise.log", "noise")
+        head = ("7 boots of 5 hosts: half within 120 ms, 90 % within 9.00 s, 99 % within 9.00 s, "
+                "the slowest 9.00 s\n"
+                "1 log damaged, and read as far as possible\n"
+                "1 file cannot be read\n"
+                "\n"
+                "1 host stands out:\n"
+                "  boot  score  host\n"
+                "8.50 s  565.2  slow\\x1b[2J\n")
+        plugins = ("\n"
+                   "boots    50 %    90 %    99 %  slowest  failed  plugin\n"
+                   "    7  120 ms  9.00 s  9.00 s   9.00 s       1  a\n")
+        self.assertEqual(self.run_verb("fleet", self.folder / "fleet", root=False), head + plugins)
+        self.assertIn("noise.log: this is no profiling log\n", self.errors)
+        hosts = ("\n"
+                 "boots  median  slowest  score  host\n"
+                 "    1  130 ms   130 ms    0.7  four\n"
+                 "    1  100 ms   100 ms    1.3  one\n"
+                 "    2  8.50 s   9.00 s  565.2  slow\\x1b[2J\n"
+                 "    1  120 ms   120 ms    0.0  three\n"
+                 "    2  110 ms   110 ms    0.7  two\n")
+        self.assertEqual(self.run_verb("fleet", self.folder / "fleet", "--by", "host", root=False),
+                         head + hosts + plugins)
+
+    def test_fleet_of_equal_hosts_has_no_measure_for_one_that_differs(self):
+        for host, end in (("one", 1000), ("two", 1000), ("three", 1000), ("slow", 2000),
+                          ("slower", 3000), ("four", 1000)):
+            self.file(f"fleet/{host}/1.log", boot_log([("a", 0, end)]))
+        told = self.run_verb("fleet", self.folder / "fleet", root=False)
+        self.assertIn("\n2 hosts stand out:\n"
+                      "   boot  score  host\n"
+                      "2.00 ms      -  slow\n"
+                      "3.00 ms      -  slower\n", told)
+
     def test_names_cannot_reach_the_terminal(self):
         self.log.write_text(boot_log([("evil\x1b[2J\x07", 0, 100)]))
         for verb in (["blame"], ["critical-chain"], ["simulate", "--workers", "1"]):

@@ -391,6 +391,17 @@ class Planning(ImageCase):
         self.assertEqual((answer.status, answer.json["runs"]), (0, False))
         self.assertIn("loop -> l -> loop", answer.json["reason"])
 
+    def test_why_tells_each_chain_in_a_line(self):
+        self.image.plugin("third", requires=["n"])
+        self.image.plugin("between", requires=["m"], provides=["n"])
+        self.image.plugin("beside", requires=["m"], provides=["n"])
+        answer = self.analyze("why", "third", "first")
+        self.assertEqual((answer.status, sorted(answer.text.splitlines())),
+                         (0, ["third -> n -> beside -> m -> first",
+                              "third -> n -> between -> m -> first"]))
+        answer = self.analyze("why", "first", "third")
+        self.assertEqual((answer.status, answer.text), (1, "first does not wait for third\n"))
+
     def test_why_names_what_is_listed_twice_once(self):
         self.image.plugin("twice", requires=["m", "n", "m"], provides=["z", "z"])
         self.image.plugin("last", requires=["z"])

@@ -92,7 +92,7 @@ std::string fleetText(const FleetView& view, bool byHost, const TextStyle& style
   }
   text += '\n';
   if (view.damaged > 0) {
-    text += fmt::format("{} damaged, read as far as they go\n", counted(view.damaged, "log"));
+    text += fmt::format("{} damaged, and read as far as possible\n", counted(view.damaged, "log"));
   }
   if (view.unreadable > 0) {
     text += fmt::format("{} cannot be read\n", counted(view.unreadable, "file"));

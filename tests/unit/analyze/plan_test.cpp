@@ -2,7 +2,10 @@
 
 #include "analyze/planning/plan.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <set>
 #include <sstream>
 
 #include "analyze/planning/drawing.h"
@@ -186,6 +189,26 @@ TEST_F(WhyTest, PluginWaitsForItselfInACycleOnly) {
 TEST_F(WhyTest, MilestoneThatIsRequiredTwiceIsOneWay) {
   plugins({"a < x x", "b > x x"});
   EXPECT_THAT(chains("a", "b"), ElementsAre("a x b"));
+}
+
+TEST_F(WhyTest, OfVeryManyChainsTenThousandAreListed) {
+  // Each of fourteen steps has two milestones to go by: 16,384 chains.
+  constexpr int kSteps = 14;
+  std::vector<std::string> lines;
+  for (int step = 0; step <= kSteps; ++step) {
+    const auto ways = [](int at) { return fmt::format("m{0}a m{0}b", at); };
+    lines.push_back(fmt::format("p{}{}{}", step, step < kSteps ? " < " + ways(step) : "",
+                                step > 0 ? " > " + ways(step - 1) : ""));
+  }
+  plugins(lines);
+  std::vector<std::string> found = chains("p0", "p14");
+  ASSERT_EQ(found.size(), 10'001U);
+  EXPECT_EQ(found.back(), "more");
+  found.pop_back();
+  EXPECT_EQ(std::set<std::string>(found.begin(), found.end()).size(), 10'000U) << "none twice";
+  for (const std::string& chain : found) {
+    EXPECT_TRUE(chain.starts_with("p0 m0") && chain.ends_with(" p14")) << chain;
+  }
 }
 
 TEST_F(WhyTest, SaysWhatAPluginWaitsForAndWhatWaitsForIt) {

@@ -115,6 +115,14 @@ TEST_F(VerifyNative, ObjectForAnotherMachineThanMostIsUnloadable) {
                                   native_));
 }
 
+TEST(MachineName, IsTheOneThatPeopleKnow) {
+  const std::pair<std::uint16_t, const char*> kNames[] = {
+      {EM_X86_64, "x86-64"}, {EM_AARCH64, "AArch64"},  {EM_386, "i386"},        {EM_ARM, "ARM"},
+      {EM_RISCV, "RISC-V"},  {EM_PPC64, "PowerPC 64"}, {EM_S390, "machine 22"},
+  };
+  for (const auto& [machine, name] : kNames) EXPECT_EQ(machineName(machine), name);
+}
+
 TEST_F(VerifyNative, WithEqualNumbersMostElfFilesOfTheRootDecide) {
   library();
   object("a.so", "null_lists");

@@ -75,6 +75,13 @@ TEST(Median, EvenCountTakesTheMeanOfTheMiddle) {
   EXPECT_EQ(halved(-5), -2);
 }
 
+TEST(Comparison, ASideOnWhichNothingRanIsSaid) {
+  Side never;
+  never.add(boot({{"a", 0, 0}}));
+  const Answer answer = compare(sideOf({100}), never, {}, false, Format::Text, {});
+  EXPECT_TRUE(answer.output.starts_with("Boot: nothing ran on one side\n")) << answer.output;
+}
+
 TEST(Comparison, MediansOfBothSidesAreCompared) {
   const boost::json::value answer = compared({100, 200, 300}, {220});
   EXPECT_EQ(answer.at("boot"),

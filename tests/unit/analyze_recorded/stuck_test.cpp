@@ -112,6 +112,18 @@ TEST(Stuck, OtherCapturesTellWhatTheyCan) {
             boost::json::parse(R"([{"name": "b", "since": "Mar  5 07:04:10", "blocks": 0}])"));
 }
 
+TEST(Stuck, WhatTheImageDoesNotKnowMayRunToo) {
+  const Answer answer = answerTo({native("a")},
+                                 "[    1.5] bootforge: Activating Bootforge plugin gone.\n"
+                                 "[    1.6] bootforge: Activating Bootforge plugin past.\n"
+                                 "[    1.7] bootforge: Bootforge plugin past activated.\n"
+                                 "[    1.8] bootforge: Activating Bootforge plugin a.\n"
+                                 "[    1.9] bootforge: Bootforge plugin a activated.\n");
+  EXPECT_EQ(test::read(answer).at("running"),
+            boost::json::parse(R"([{"name": "gone", "since": "1.5", "blocks": 0}])"));
+  EXPECT_EQ(answer.status, 1);
+}
+
 TEST(Stuck, ScriptsWaitForLevels) {
   const Answer answer = answerTo({script("x", 5), script("y", 10), script("z", 20)},
                                  "bootforge: Activating Bootforge plugin x.\n");

@@ -144,6 +144,29 @@ TEST(Timeline, StartBeforeTheEndOfWhatWasWaitedForIsAContradiction) {
               ElementsAre("b started 5 us before the end of a, for which it waits"));
 }
 
+TEST(Timeline, ManyContradictionsAreCountedAndSomeTold) {
+  std::vector<ProfiledPlugin> lines = {ran("a", 0, 20)};
+  std::vector<KnownPlugin> known = {native("a", {}, {"M"})};
+  for (int number = 0; number < 7; ++number) {
+    lines.push_back(ran("b" + std::to_string(number), 15, 30));
+    known.push_back(native("b" + std::to_string(number), {"M"}));
+  }
+  const Timeline timeline = makeTimeline(boot(lines), known, nullptr);
+  ASSERT_GT(timeline.contradictions.size(), 1U);
+  EXPECT_EQ(timeline.contradictions.front(),
+            "b0 started 5 us before the end of a, for which it waits");
+  EXPECT_EQ(timeline.contradictions.back(),
+            "and " + std::to_string(8 - timeline.contradictions.size()) + " more such starts");
+}
+
+TEST(Timeline, AnEndWithoutAStartIsSaidAndCountsAsNeverRun) {
+  const Timeline timeline =
+      makeTimeline(boot({{"odd", 0, kBegin + 5}, ran("a", 0, 10)}), {}, nullptr);
+  EXPECT_EQ(timeline.plugins[0].result, Result::Never);
+  EXPECT_THAT(timeline.notes, ElementsAre("odd has an end and no start; it counts as never run"));
+  EXPECT_EQ(timeline.makespan, 10);
+}
+
 TEST(Timeline, TwoPluginsOfOneNameArePairedInTheirOrders) {
   const Timeline timeline = makeTimeline(boot({ran("x", 0, 10), ran("x", 20, 30)}),
                                          {native("x", {}, {"M"}), native("x", {"M"})}, nullptr);
