@@ -233,15 +233,23 @@ def hung_syslog(host, generator, plugins):
         host.plugin(f"p{number:04}", requires=[f"m{number - 1}"] if number else [],
                     provides=[f"m{number}"])
     again = generator.randrange(plugins // 4, plugins // 2)
-    host.debug(f"pause:paused:m{again}:read x </tmp/gate")
+    host.debug(f"pause:paused:m{again}:read x </tmp/gate",
+               f"pause2:paused2:m{plugins - 1}:read x </tmp/gate2")
     host.plugin(f"p{again + 1:04}", requires=[f"m{again}", "paused"], provides=[f"m{again + 1}"])
-    host.gate("/tmp/gate")
+    host.plugin("last", requires=["paused2"])
+    for gate in ("/tmp/gate", "/tmp/gate2"):
+        host.gate(gate)
     started = time.monotonic()
     process = host.start(BOOTFORGE, "--init")
     host.wait_for(lambda: starting("pause") in process.messages, "the pause", 60)
     expect(time.monotonic() - started < 15, "a hung syslog daemon holds the boot up", host)
     host.attach(hung)
+    host.drain()  # else the boot may be over before this reader has its turn
     host.open_gate("/tmp/gate")
+    # Whoever reads late loses messages again. There is room for the last ones, which tell of them.
+    host.wait_for(lambda: starting("pause2") in process.messages, "the second pause", 60)
+    host.drain()
+    host.open_gate("/tmp/gate2")
     finish(host, process, 60)
     host.drain()
     got = [readings.syslog_message(message).text for message in hung.messages]
