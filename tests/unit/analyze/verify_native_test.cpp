@@ -2,7 +2,9 @@
 
 #include <elf.h>
 
+#include <cstdint>
 #include <filesystem>
+#include <utility>
 
 #include "analyze/image/native_object.h"
 #include "tests/support/scratch_root.h"

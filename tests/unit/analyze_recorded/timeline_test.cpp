@@ -152,11 +152,10 @@ TEST(Timeline, ManyContradictionsAreCountedAndSomeTold) {
     known.push_back(native("b" + std::to_string(number), {"M"}));
   }
   const Timeline timeline = makeTimeline(boot(lines), known, nullptr);
-  ASSERT_GT(timeline.contradictions.size(), 1U);
-  EXPECT_EQ(timeline.contradictions.front(),
-            "b0 started 5 us before the end of a, for which it waits");
-  EXPECT_EQ(timeline.contradictions.back(),
-            "and " + std::to_string(8 - timeline.contradictions.size()) + " more such starts");
+  ASSERT_EQ(timeline.contradictions.size(), 6U);
+  EXPECT_EQ(timeline.contradictions[0], "b0 started 5 us before the end of a, for which it waits");
+  EXPECT_EQ(timeline.contradictions[4], "b4 started 5 us before the end of a, for which it waits");
+  EXPECT_EQ(timeline.contradictions[5], "and 2 more such starts");
 }
 
 TEST(Timeline, AnEndWithoutAStartIsSaidAndCountsAsNeverRun) {

@@ -26,8 +26,8 @@ extern int ioctlError;
 /// How often poll(2) was called in this process.
 extern std::atomic<int> pollCalls;
 
-/// Called with the timeout, in milliseconds, at the beginning of each poll(2). Set and emptied by its
-/// owner, while no other thread polls.
+/// Called with the timeout, in milliseconds, at the beginning of each poll(2). Set and emptied by
+/// its owner, while no other thread polls.
 extern std::function<void(int timeout)> beforePoll;
 
 /// What pidfd_open(2) does in this process.
